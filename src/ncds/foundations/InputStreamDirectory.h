@@ -1,0 +1,67 @@
+#ifndef NCDS_FOUNDATIONS_INPUTSTREAMDIRECTORY_H
+#define NCDS_FOUNDATIONS_INPUTSTREAMDIRECTORY_H
+
+// Reads a directory written by `OutputStreamDirectory`.
+//
+// The constructor walks the entries (seeking over their payloads) and checks them: a tag
+// beyond the declared count, a tag twice, a length beyond the enclosing stream, a missing
+// end mark or nesting deeper than `kMaxDepth` makes the directory invalid; then every tag
+// reads as absent and the parent stream's failbit is set. Nothing is allocated for a count
+// or length before it is checked against the bytes present.
+//
+// `GetInput` returns a stream that shows exactly one entry's payload (reads stop at its end)
+// or nullptr when the tag is absent; the stream stays valid until `Close` (the destructor
+// calls it), which leaves the parent stream just after the directory. The parent stream
+// must be seekable. Not copyable.
+
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <vector>
+
+#include "ncds/ncds_export.h"
+
+namespace ncds::detail {
+struct WindowStream;
+}
+
+class NCDS_EXPORT InputStreamDirectory {
+ public:
+  // Deepest nesting of directories inside one another that a stream may have.
+  static constexpr int kMaxDepth = 64;
+
+  explicit InputStreamDirectory(std::istream& is);
+  ~InputStreamDirectory();
+  InputStreamDirectory(const InputStreamDirectory&) = delete;
+  InputStreamDirectory& operator=(const InputStreamDirectory&) = delete;
+
+  // The payload of `tag` positioned at its start, or nullptr when the tag is absent.
+  std::istream* GetInput(std::uint16_t tag);
+  bool HasTag(std::uint16_t tag) const;
+
+  bool IsValid() const { return mValid; }
+  std::uint16_t GetNumberOfTags() const { return mNumberOfTags; }
+
+  void Close();
+
+ private:
+  struct Entry {
+    std::uint16_t tag;
+    std::streamoff offset;  // absolute position of the payload in the parent buffer
+    std::streamoff length;
+  };
+
+  bool Scan();
+  const Entry* Find(std::uint16_t tag) const;
+
+  std::istream& mIs;
+  std::uint16_t mNumberOfTags = 0;
+  bool mValid = false;
+  bool mClosed = false;
+  int mDepth = 0;
+  std::streamoff mEnd = 0;  // position just after the end mark
+  std::vector<Entry> mEntries;
+  std::vector<std::unique_ptr<ncds::detail::WindowStream>> mWindows;
+};
+
+#endif  // NCDS_FOUNDATIONS_INPUTSTREAMDIRECTORY_H

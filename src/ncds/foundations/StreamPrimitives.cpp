@@ -1,0 +1,117 @@
+#include "ncds/foundations/StreamPrimitives.h"
+
+#include <algorithm>
+#include <istream>
+#include <limits>
+#include <ostream>
+
+#include "ncds/foundations/detail/Coding.h"
+#include "ncds/foundations/Exception.h"
+#include "ncds/foundations/detail/StreamWindow.h"
+
+namespace {
+
+using ncds::detail::kHostIsLittleEndian;
+using ncds::detail::ToLittleEndian;
+
+bool WriteItems(const void* address, std::size_t width, std::size_t count, std::ostream& os) {
+  if (count == 0) return static_cast<bool>(os);
+  if (!address) return false;
+  if constexpr (kHostIsLittleEndian) {
+    os.write(static_cast<const char*>(address), static_cast<std::streamsize>(width * count));
+  } else {
+    // Convert through a small buffer so that large arrays are not copied whole.
+    char buf[4096];
+    const std::size_t perChunk = sizeof buf / width;
+    const char* src = static_cast<const char*>(address);
+    for (std::size_t done = 0; done < count && os;) {
+      const std::size_t n = std::min(perChunk, count - done);
+      std::copy(src + done * width, src + (done + n) * width, buf);
+      ToLittleEndian(buf, width, n);
+      os.write(buf, static_cast<std::streamsize>(n * width));
+      done += n;
+    }
+  }
+  return static_cast<bool>(os);
+}
+
+bool ReadItems(void* address, std::size_t width, std::size_t count, std::istream& is) {
+  if (count == 0) return true;
+  if (!address || count > std::numeric_limits<std::size_t>::max() / width) ThrowStreamReadError();
+  const auto bytes = static_cast<std::streamsize>(width * count);
+  is.read(static_cast<char*>(address), bytes);
+  if (is.gcount() != bytes) {
+    is.setstate(std::ios_base::failbit);
+    ThrowStreamReadError();
+  }
+  ToLittleEndian(address, width, count);
+  return true;
+}
+
+}  // namespace
+
+void ThrowStreamReadError() {
+  throw VxStreamError(ExceptionMessage::translate("Error when reading from stream."));
+}
+
+bool WriteBytes(const void* address, std::size_t count, std::ostream& os) {
+  return WriteItems(address, 1, count, os);
+}
+bool WriteTwoBytes(const void* address, std::size_t count, std::ostream& os) {
+  return WriteItems(address, 2, count, os);
+}
+bool WriteFourBytes(const void* address, std::size_t count, std::ostream& os) {
+  return WriteItems(address, 4, count, os);
+}
+bool WriteEightBytes(const void* address, std::size_t count, std::ostream& os) {
+  return WriteItems(address, 8, count, os);
+}
+
+bool ReadBytes(void* address, std::size_t count, std::istream& is) {
+  return ReadItems(address, 1, count, is);
+}
+bool ReadTwoBytes(void* address, std::size_t count, std::istream& is) {
+  return ReadItems(address, 2, count, is);
+}
+bool ReadFourBytes(void* address, std::size_t count, std::istream& is) {
+  return ReadItems(address, 4, count, is);
+}
+bool ReadEightBytes(void* address, std::size_t count, std::istream& is) {
+  return ReadItems(address, 8, count, is);
+}
+
+bool WriteBinaryString(const std::string& text, std::ostream& os) {
+  if (text.size() > std::numeric_limits<std::uint32_t>::max()) return false;
+  const auto length = static_cast<std::uint32_t>(text.size());
+  return WriteFourBytes(&length, 1, os) && WriteBytes(text.data(), text.size(), os);
+}
+
+bool ReadBinaryString(std::string& text, std::istream& is) {
+  std::uint32_t length = 0;
+  ReadFourBytes(&length, 1, is);
+  // Short strings are the rule; only long ones are worth checking against the stream.
+  if (length > 256) RequireStreamBytes(is, length);
+  text.resize(length);
+  return ReadBytes(text.data(), length, is);
+}
+
+std::uint64_t StreamRemaining(std::istream& is) {
+  if (auto* window = dynamic_cast<ncds::detail::StreamWindow*>(is.rdbuf())) {
+    return static_cast<std::uint64_t>(std::max<std::streamoff>(window->Remaining(), 0));
+  }
+  std::streambuf* buf = is.rdbuf();
+  if (!buf || !is) return 0;
+  const std::streampos here = buf->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
+  if (here == std::streampos(-1)) return std::numeric_limits<std::uint64_t>::max();
+  const std::streampos end = buf->pubseekoff(0, std::ios_base::end, std::ios_base::in);
+  buf->pubseekpos(here, std::ios_base::in);
+  if (end == std::streampos(-1) || end < here) return std::numeric_limits<std::uint64_t>::max();
+  return static_cast<std::uint64_t>(end - here);
+}
+
+void RequireStreamBytes(std::istream& is, std::uint64_t bytes) {
+  if (StreamRemaining(is) < bytes) {
+    is.setstate(std::ios_base::failbit);
+    ThrowStreamReadError();
+  }
+}

@@ -1,0 +1,29 @@
+#include "ncds/foundations/VStreamableData.h"
+
+#include "ncds/foundations/Exception.h"
+#include "ncds/foundations/VStreamLight.h"
+
+VStreamableData::VStreamableData(std::int16_t version, const char* magic)
+    : mMagic(magic ? magic : ""), mVersion(version) {
+  if (mMagic.size() > VStreamLight::kMaxMagicLength) {
+    throw NCInternalError("magic string too long: " + mMagic);
+  }
+}
+
+bool VStreamableData::Write(std::ostream& os) const {
+  return VStreamLight::WriteMagicStringAndVersionNumber(os, static_cast<std::uint16_t>(mVersion),
+                                                        mMagic);
+}
+
+bool VStreamableData::Check(std::istream& is) const {
+  std::int16_t version = 0;
+  return Check(is, version);
+}
+
+bool VStreamableData::Check(std::istream& is, std::int16_t& versionRead) const {
+  std::uint16_t stored = 0;
+  if (!VStreamLight::CheckMagicStringAndVersionNumber(is, stored, mMagic)) return false;
+  versionRead = static_cast<std::int16_t>(stored);
+  mVersionRead.store(versionRead);
+  return true;
+}

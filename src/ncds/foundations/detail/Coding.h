@@ -1,0 +1,62 @@
+#ifndef NCDS_FOUNDATIONS_DETAIL_CODING_H
+#define NCDS_FOUNDATIONS_DETAIL_CODING_H
+
+// Fixed-width little-endian encoding: the one place that turns numbers into stream bytes and
+// back. Every writer and reader of the library goes through these helpers; nothing else
+// shuffles bytes by hand. On little-endian machines whole arrays are copied as they are.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+namespace ncds::detail {
+
+inline constexpr bool kHostIsLittleEndian =
+#if defined(__BYTE_ORDER__) && defined(__ORDER_BIG_ENDIAN__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    false;
+#else
+    true;
+#endif
+
+// Reverses the bytes of `count` items of `width` bytes each, in place.
+inline void SwapItems(void* data, std::size_t width, std::size_t count) {
+  auto* p = static_cast<unsigned char*>(data);
+  for (std::size_t i = 0; i < count; ++i, p += width) {
+    for (std::size_t a = 0, b = width - 1; a < b; ++a, --b) {
+      unsigned char t = p[a];
+      p[a] = p[b];
+      p[b] = t;
+    }
+  }
+}
+
+// Converts `count` items of `width` bytes between host order and little-endian, in place.
+// A no-op on little-endian hosts.
+inline void ToLittleEndian(void* data, std::size_t width, std::size_t count) {
+  if constexpr (!kHostIsLittleEndian) {
+    if (width > 1) SwapItems(data, width, count);
+  }
+}
+
+template <class T>
+inline void EncodeFixed(unsigned char* dst, T value) {
+  static_assert(std::is_trivially_copyable_v<T>, "fixed-width encoding needs a plain value");
+  std::memcpy(dst, &value, sizeof(T));
+  ToLittleEndian(dst, sizeof(T), 1);
+}
+
+template <class T>
+inline T DecodeFixed(const unsigned char* src) {
+  static_assert(std::is_trivially_copyable_v<T>, "fixed-width decoding needs a plain value");
+  unsigned char buf[sizeof(T)];
+  std::memcpy(buf, src, sizeof(T));
+  ToLittleEndian(buf, sizeof(T), 1);
+  T value;
+  std::memcpy(&value, buf, sizeof(T));
+  return value;
+}
+
+}  // namespace ncds::detail
+
+#endif  // NCDS_FOUNDATIONS_DETAIL_CODING_H

@@ -1,0 +1,18 @@
+#ifndef NCDS_NCDS_H
+#define NCDS_NCDS_H
+
+// Every public header of the library.
+
+#include "ncds/foundations/Exception.h"
+#include "ncds/foundations/ExceptionMessage.h"
+#include "ncds/foundations/ExceptionMessageList.h"
+#include "ncds/foundations/FactoryRepository.h"
+#include "ncds/foundations/InputStreamDirectory.h"
+#include "ncds/foundations/OutputStreamDirectory.h"
+#include "ncds/foundations/ReadFromStreamDir.h"
+#include "ncds/foundations/StreamPrimitives.h"
+#include "ncds/foundations/VStreamBase.h"
+#include "ncds/foundations/VStreamLight.h"
+#include "ncds/foundations/VStreamableData.h"
+
+#endif  // NCDS_NCDS_H

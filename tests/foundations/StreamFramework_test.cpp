@@ -1,0 +1,5 @@
+#include <gtest/gtest.h>
+
+#include "ncds/ncds.h"
+
+TEST(StreamFramework, Placeholder) { SUCCEED(); }

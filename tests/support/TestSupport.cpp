@@ -1,0 +1,28 @@
+#include "support/TestSupport.h"
+
+#include <cstdio>
+
+namespace ncds::test {
+
+TempFile::TempFile(const std::string& name)
+    : mPath(std::string(NCDS_TEST_BINARY_DIR) + "/tmp_" + name) {
+  std::remove(mPath.c_str());
+}
+
+TempFile::~TempFile() { std::remove(mPath.c_str()); }
+
+void ForEachCorruption(const std::string& valid, const std::function<void(const std::string&)>& check,
+                       std::size_t maxFlips) {
+  for (std::size_t length = 0; length < valid.size(); ++length) check(valid.substr(0, length));
+  if (valid.empty()) return;
+  const std::size_t step = valid.size() <= maxFlips ? 1 : valid.size() / maxFlips;
+  static const unsigned char kMasks[] = {0xFF, 0x01, 0x80};
+  std::size_t round = 0;
+  for (std::size_t pos = 0; pos < valid.size(); pos += step, ++round) {
+    std::string damaged = valid;
+    damaged[pos] = static_cast<char>(static_cast<unsigned char>(damaged[pos]) ^ kMasks[round % 3]);
+    check(damaged);
+  }
+}
+
+}  // namespace ncds::test

@@ -1,0 +1,32 @@
+#ifndef NCDS_TESTS_SUPPORT_TESTSUPPORT_H
+#define NCDS_TESTS_SUPPORT_TESTSUPPORT_H
+
+// Helpers shared by the tests: temporary files and damaged copies of valid streams.
+
+#include <functional>
+#include <string>
+
+namespace ncds::test {
+
+// A file path in the test build folder that is removed when the object goes.
+class TempFile {
+ public:
+  explicit TempFile(const std::string& name);
+  ~TempFile();
+  TempFile(const TempFile&) = delete;
+  TempFile& operator=(const TempFile&) = delete;
+  const std::string& path() const { return mPath; }
+
+ private:
+  std::string mPath;
+};
+
+// Calls `check` with damaged copies of `valid`: every truncation (each length from 0 to the
+// full size less one) and copies with single bytes flipped, at every position for short
+// streams and at `maxFlips` spread positions for long ones.
+void ForEachCorruption(const std::string& valid, const std::function<void(const std::string&)>& check,
+                       std::size_t maxFlips = 4096);
+
+}  // namespace ncds::test
+
+#endif  // NCDS_TESTS_SUPPORT_TESTSUPPORT_H
