@@ -11,8 +11,8 @@ TempFile::TempFile(const std::string& name)
 
 TempFile::~TempFile() { std::remove(mPath.c_str()); }
 
-void ForEachCorruption(const std::string& valid, const std::function<void(const std::string&)>& check,
-                       std::size_t maxFlips) {
+void ForEachCorruption(const std::string& valid,
+                       const std::function<void(const std::string&)>& check, std::size_t maxFlips) {
   for (std::size_t length = 0; length < valid.size(); ++length) check(valid.substr(0, length));
   if (valid.empty()) return;
   const std::size_t step = valid.size() <= maxFlips ? 1 : valid.size() / maxFlips;

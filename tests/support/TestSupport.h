@@ -24,7 +24,8 @@ class TempFile {
 // Calls `check` with damaged copies of `valid`: every truncation (each length from 0 to the
 // full size less one) and copies with single bytes flipped, at every position for short
 // streams and at `maxFlips` spread positions for long ones.
-void ForEachCorruption(const std::string& valid, const std::function<void(const std::string&)>& check,
+void ForEachCorruption(const std::string& valid,
+                       const std::function<void(const std::string&)>& check,
                        std::size_t maxFlips = 4096);
 
 }  // namespace ncds::test

@@ -75,7 +75,8 @@ std::string ExceptionMessage::str(const std::locale& locale) const {
     return FillPlaceholders(mText, mArguments);
   }
   const std::string translated =
-      mContext.empty() ? boost::locale::translate(mText.c_str()).str(locale, kDomain)
-                       : boost::locale::translate(mContext.c_str(), mText.c_str()).str(locale, kDomain);
+      mContext.empty()
+          ? boost::locale::translate(mText.c_str()).str(locale, kDomain)
+          : boost::locale::translate(mContext.c_str(), mText.c_str()).str(locale, kDomain);
   return FillPlaceholders(translated, mArguments);
 }

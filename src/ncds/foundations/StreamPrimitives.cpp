@@ -5,8 +5,8 @@
 #include <limits>
 #include <ostream>
 
-#include "ncds/foundations/detail/Coding.h"
 #include "ncds/foundations/Exception.h"
+#include "ncds/foundations/detail/Coding.h"
 #include "ncds/foundations/detail/StreamWindow.h"
 
 namespace {

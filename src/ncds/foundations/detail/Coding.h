@@ -13,7 +13,8 @@
 namespace ncds::detail {
 
 inline constexpr bool kHostIsLittleEndian =
-#if defined(__BYTE_ORDER__) && defined(__ORDER_BIG_ENDIAN__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+#if defined(__BYTE_ORDER__) && defined(__ORDER_BIG_ENDIAN__) && \
+    __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
     false;
 #else
     true;
