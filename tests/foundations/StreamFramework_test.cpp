@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <streambuf>
@@ -291,13 +293,88 @@ TEST(StreamFramework, ReferenceCyclesAreWrittenOnce) {
   EXPECT_EQ(copy.name, a.name);
 }
 
-TEST(StreamFramework, UnseekableStreamsGiveTheSameBytes) {
+namespace {
+
+// Directories inside directories with payloads below and far above the size at which an
+// entry streams through to its parent, written in an order that makes inner entries patch
+// their lengths after outer entries have passed bytes on.
+void WriteNested(std::ostream& os, const std::vector<float>& big) {
+  OutputStreamDirectory outer(os, 3);
+  WriteToStreamDir(std::string("small"), outer, 0);
+  std::ostream& middle = outer.GetOutput(1);
+  {
+    OutputStreamDirectory inner(middle, 4);
+    for (std::uint16_t tag = 0; tag < 3; ++tag) {
+      std::ostream& payload = inner.GetOutput(tag);
+      const std::uint64_t count = big.size() / (tag + 1);
+      WriteEightBytes(&count, 1, payload);
+      WriteFourBytes(big.data(), count, payload);
+    }
+    OutputStreamDirectory innermost(inner.GetOutput(3), 1);
+    WriteToStreamDir(std::string("deep"), innermost, 0);
+  }
+  WriteToStreamDir(std::int32_t{42}, outer, 2);
+}
+
+void CheckNested(const std::string& bytes, const std::vector<float>& big) {
+  std::istringstream is(bytes);
+  InputStreamDirectory outer(is);
+  ASSERT_TRUE(outer.IsValid());
+  std::string small;
+  std::int32_t last = 0;
+  EXPECT_TRUE(ReadFromStreamDir(small, outer, 0, true));
+  EXPECT_TRUE(ReadFromStreamDir(last, outer, 2, true));
+  EXPECT_EQ(small, "small");
+  EXPECT_EQ(last, 42);
+  InputStreamDirectory inner(*outer.GetInput(1));
+  ASSERT_TRUE(inner.IsValid());
+  for (std::uint16_t tag = 0; tag < 3; ++tag) {
+    std::istream* payload = inner.GetInput(tag);
+    ASSERT_NE(payload, nullptr);
+    std::uint64_t count = 0;
+    ReadEightBytes(&count, 1, *payload);
+    ASSERT_EQ(count, big.size() / (tag + 1));
+    std::vector<float> back(count);
+    ReadFourBytes(back.data(), count, *payload);
+    EXPECT_TRUE(std::equal(back.begin(), back.end(), big.begin()));
+  }
+  InputStreamDirectory innermost(*inner.GetInput(3));
+  std::string deep;
+  EXPECT_TRUE(ReadFromStreamDir(deep, innermost, 0, true));
+  EXPECT_EQ(deep, "deep");
+}
+
+}  // namespace
+
+TEST(StreamFramework, SeekableAndUnseekableStreamsGiveTheSameBytes) {
   const Drawing original = SampleDrawing();
   PipeBuf pipe;
   std::ostream os(&pipe);
   os << original;
   ASSERT_TRUE(os.good());
   EXPECT_EQ(pipe.bytes, Write(original));
+
+  std::vector<float> big(300 * 1000);
+  for (std::size_t i = 0; i < big.size(); ++i) big[i] = static_cast<float>(i % 977) - 99.0F;
+  std::stringstream memory;
+  WriteNested(memory, big);
+  ASSERT_TRUE(memory.good());
+  PipeBuf bigPipe;
+  std::ostream pipeOs(&bigPipe);
+  WriteNested(pipeOs, big);
+  ncds::test::TempFile file("nested.bin");
+  {
+    std::ofstream fileOs(file.path(), std::ios::binary);
+    WriteNested(fileOs, big);
+    ASSERT_TRUE(fileOs.good());
+  }
+  std::ifstream fileIs(file.path(), std::ios::binary);
+  const std::string fromFile((std::istreambuf_iterator<char>(fileIs)),
+                             std::istreambuf_iterator<char>());
+  EXPECT_EQ(memory.str().size(), fromFile.size());
+  EXPECT_TRUE(memory.str() == fromFile);
+  EXPECT_TRUE(memory.str() == bigPipe.bytes);
+  CheckNested(memory.str(), big);
 }
 
 TEST(StreamFramework, LargePayloadsStreamThroughFiles) {

@@ -5,6 +5,7 @@
 
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/StreamPrimitives.h"
+#include "ncds/foundations/detail/EntryStreamBuf.h"
 
 namespace {
 constexpr std::uint16_t kEndMark = 0xFFFF;
@@ -13,7 +14,11 @@ constexpr std::uint16_t kEndMark = 0xFFFF;
 OutputStreamDirectory::OutputStreamDirectory(std::ostream& os, std::uint16_t numberOfTags)
     : mOs(os), mNumberOfTags(numberOfTags) {
   if (numberOfTags == kEndMark) throw NCInternalError("stream directory with too many tags");
-  mSeekable = os.good() && os.tellp() != std::streampos(-1);
+  if (auto* entry = dynamic_cast<ncds::detail::EntryStreamBuf*>(os.rdbuf())) {
+    mRootSeekable = entry->RootSeekable();
+  } else {
+    mRootSeekable = os.good() && os.tellp() != std::streampos(-1);
+  }
   WriteTwoBytes(&mNumberOfTags, 1, mOs);
 }
 
@@ -30,39 +35,16 @@ std::ostream& OutputStreamDirectory::GetOutput(std::uint16_t tag) {
     bits |= bit;
   }
   EndEntry();
-  mTag = tag;
-  mInEntry = true;
-  if (!mSeekable) {
-    if (!mBuffer) mBuffer = std::make_unique<std::ostringstream>();
-    mBuffer->str(std::string());
-    mBuffer->clear();
-    return *mBuffer;
-  }
-  const std::uint64_t placeholder = 0;
-  WriteTwoBytes(&tag, 1, mOs);
-  mLengthPos = mOs.tellp();
-  WriteEightBytes(&placeholder, 1, mOs);
-  mPayloadPos = mOs.tellp();
-  return mOs;
+  mEntry = ncds::detail::AcquireEntryStream();
+  mEntry->buf.Begin(mOs.good() ? mOs.rdbuf() : nullptr, tag, mRootSeekable);
+  return mEntry->stream;
 }
 
 void OutputStreamDirectory::EndEntry() {
-  if (!mInEntry) return;
-  mInEntry = false;
-  if (!mSeekable) {
-    const std::string payload = mBuffer->str();
-    const std::uint64_t length = payload.size();
-    WriteTwoBytes(&mTag, 1, mOs);
-    WriteEightBytes(&length, 1, mOs);
-    WriteBytes(payload.data(), payload.size(), mOs);
-    return;
-  }
-  if (!mOs) return;
-  const std::streamoff end = mOs.tellp();
-  const std::uint64_t length = static_cast<std::uint64_t>(end - mPayloadPos);
-  mOs.seekp(mLengthPos);
-  WriteEightBytes(&length, 1, mOs);
-  mOs.seekp(end);
+  if (!mEntry) return;
+  const bool ok = mEntry->stream.good() && mEntry->buf.End();
+  if (!ok) mOs.setstate(std::ios_base::badbit);
+  ncds::detail::ReleaseEntryStream(std::move(mEntry));
 }
 
 bool OutputStreamDirectory::Close() {

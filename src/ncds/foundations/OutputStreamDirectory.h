@@ -5,19 +5,24 @@
 //
 // Layout: the declared tag count (two bytes); then each entry written, as its tag (two
 // bytes), its payload length (eight bytes) and its payload; then the end mark 0xFFFF.
-// Entries are written in place: `GetOutput` returns the parent stream itself and the length
-// is patched when the entry ends, so a payload of any size passes through without a copy.
-// A stream that cannot seek gets each entry buffered instead.
+// A small payload is collected and written with its header in one piece; a large one streams
+// through to the parent and its length is patched when it ends, so a payload of any size
+// passes without a second copy (this needs a seekable stream underneath; otherwise payloads
+// are collected whole).
 //
-// Ask for each tag at most once; tags never asked for are absent. Writing to an entry ends
-// with the next `GetOutput` or `Close` (which the destructor calls). Not copyable.
+// Ask for each tag at most once; tags never asked for are absent. The stream `GetOutput`
+// returns takes the entry's payload until the next `GetOutput` or `Close` (which the
+// destructor calls); write nothing to the parent stream meanwhile. Not copyable.
 
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
-#include <sstream>
 
 #include "ncds/ncds_export.h"
+
+namespace ncds::detail {
+struct EntryStream;
+}
 
 class NCDS_EXPORT OutputStreamDirectory {
  public:
@@ -38,14 +43,10 @@ class NCDS_EXPORT OutputStreamDirectory {
 
   std::ostream& mOs;
   std::uint16_t mNumberOfTags;
-  bool mSeekable;
+  bool mRootSeekable = false;
   bool mClosed = false;
-  bool mInEntry = false;
-  std::uint16_t mTag = 0;
-  std::streamoff mLengthPos = 0;
-  std::streamoff mPayloadPos = 0;
-  std::unique_ptr<std::ostringstream> mBuffer;  // entry buffer for unseekable streams
-  std::uint64_t mWritten[4] = {0, 0, 0, 0};     // tags 0..255 already used, as bits
+  std::unique_ptr<ncds::detail::EntryStream> mEntry;
+  std::uint64_t mWritten[4] = {0, 0, 0, 0};  // tags 0..255 already used, as bits
 };
 
 #endif  // NCDS_FOUNDATIONS_OUTPUTSTREAMDIRECTORY_H
