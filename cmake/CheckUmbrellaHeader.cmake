@@ -1,0 +1,18 @@
+# Fails when src/ncds/ncds.h misses a public header of the library or names one that is gone.
+# Argument: -DSOURCE_DIR=<the src folder>
+file(GLOB_RECURSE headers RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/ncds/*.h)
+list(FILTER headers EXCLUDE REGEX "/detail/")
+list(REMOVE_ITEM headers ncds/ncds.h)
+file(STRINGS ${SOURCE_DIR}/ncds/ncds.h lines REGEX "^#include \"")
+set(included "")
+foreach(line ${lines})
+  string(REGEX REPLACE "^#include \"([^\"]+)\".*" "\\1" header "${line}")
+  list(APPEND included ${header})
+endforeach()
+set(missing ${headers})
+list(REMOVE_ITEM missing ${included})
+set(stale ${included})
+list(REMOVE_ITEM stale ${headers})
+if(missing OR stale)
+  message(FATAL_ERROR "ncds.h is out of date. Missing: ${missing}. Not found: ${stale}.")
+endif()
