@@ -1,5 +1,6 @@
 # Fails when src/ncds/ncds.h misses a public header of the library or names one that is gone.
 # Argument: -DSOURCE_DIR=<the src folder>
+get_filename_component(SOURCE_DIR ${SOURCE_DIR} ABSOLUTE)
 file(GLOB_RECURSE headers RELATIVE ${SOURCE_DIR} ${SOURCE_DIR}/ncds/*.h)
 list(FILTER headers EXCLUDE REGEX "/detail/")
 list(REMOVE_ITEM headers ncds/ncds.h)
