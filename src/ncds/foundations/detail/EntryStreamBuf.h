@@ -19,7 +19,7 @@ namespace ncds::detail {
 
 class EntryStreamBuf : public std::streambuf {
  public:
-  static constexpr std::size_t kSpillSize = 256 * 1024;
+  static constexpr std::size_t kSpillSize = std::size_t{256} * 1024;
 
   // Starts the payload of `tag`, to be written to `parent`. `rootSeekable` tells whether the
   // outermost stream can seek.

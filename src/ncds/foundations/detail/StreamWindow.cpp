@@ -7,7 +7,7 @@
 namespace ncds::detail {
 
 namespace {
-constexpr std::streamoff kBufferSize = 16 * 1024;
+constexpr std::streamoff kBufferSize = std::streamoff{16} * 1024;
 }
 
 void StreamWindow::Attach(std::streambuf* parent, std::streamoff begin, std::streamoff length,
