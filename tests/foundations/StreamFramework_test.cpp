@@ -346,7 +346,7 @@ void CheckNested(const std::string& bytes, const std::vector<float>& big) {
 
 }  // namespace
 
-TEST(StreamFramework, SeekableAndUnseekableStreamsGiveTheSameBytes) {
+TEST(StreamFramework, SeekableAndUnseekableStreamsReadTheSame) {
   const Drawing original = SampleDrawing();
   PipeBuf pipe;
   std::ostream os(&pipe);
@@ -373,8 +373,10 @@ TEST(StreamFramework, SeekableAndUnseekableStreamsGiveTheSameBytes) {
                              std::istreambuf_iterator<char>());
   EXPECT_EQ(memory.str().size(), fromFile.size());
   EXPECT_TRUE(memory.str() == fromFile);
-  EXPECT_TRUE(memory.str() == bigPipe.bytes);
   CheckNested(memory.str(), big);
+  // Without seeking, large entries are collected whole and get the short header form.
+  EXPECT_LT(bigPipe.bytes.size(), memory.str().size());
+  CheckNested(bigPipe.bytes, big);
 }
 
 TEST(StreamFramework, LargePayloadsStreamThroughFiles) {

@@ -4,11 +4,8 @@
 
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/StreamPrimitives.h"
+#include "ncds/foundations/detail/DirectoryLayout.h"
 #include "ncds/foundations/detail/StreamWindow.h"
-
-namespace {
-constexpr std::uint16_t kEndMark = 0xFFFF;
-}  // namespace
 
 InputStreamDirectory::InputStreamDirectory(std::istream& is) : mIs(is) {
   if (auto* window = dynamic_cast<ncds::detail::StreamWindow*>(is.rdbuf())) {
@@ -28,26 +25,31 @@ bool InputStreamDirectory::Scan() {
   try {
     const std::uint64_t available = StreamRemaining(mIs);
     const std::streamoff start = mIs.tellg();
-    if (start < 0 || available < 4) return false;
+    if (start < 0 || available < 2) return false;
     const std::streamoff limit = start + static_cast<std::streamoff>(available);
-    ReadTwoBytes(&mNumberOfTags, 1, mIs);
-    std::streamoff pos = start + 2;
+    const std::uint64_t declared = ReadVarint(mIs);
+    if (declared > 0xFFFF) return false;
+    mNumberOfTags = static_cast<std::uint16_t>(declared);
     for (;;) {
-      std::uint16_t tag = 0;
-      ReadTwoBytes(&tag, 1, mIs);
-      pos += 2;
-      if (tag == kEndMark) break;
-      if (tag >= mNumberOfTags || Find(tag)) return false;
+      const std::uint64_t key = ReadVarint(mIs);
+      if (key == ncds::detail::kDirectoryEndKey) break;
+      const std::uint64_t tag = (key >> 1) - 1;
+      if (tag >= mNumberOfTags || Find(static_cast<std::uint16_t>(tag))) return false;
       std::uint64_t length = 0;
-      ReadEightBytes(&length, 1, mIs);
-      pos += 8;
-      if (length > static_cast<std::uint64_t>(limit - pos)) return false;
-      mEntries.push_back({tag, pos, static_cast<std::streamoff>(length)});
-      pos += static_cast<std::streamoff>(length);
-      // The next entry header or the end mark must still fit.
-      if (limit - pos < 2) return false;
-      if (!mIs.seekg(pos)) return false;
+      if (key & 1) {
+        ReadEightBytes(&length, 1, mIs);
+      } else {
+        length = ReadVarint(mIs);
+      }
+      const std::streamoff pos = mIs.tellg();
+      // The payload and at least the end mark after it must fit.
+      if (pos < 0 || length >= static_cast<std::uint64_t>(limit - pos)) return false;
+      mEntries.push_back(
+          {static_cast<std::uint16_t>(tag), pos, static_cast<std::streamoff>(length)});
+      if (!mIs.seekg(pos + static_cast<std::streamoff>(length))) return false;
     }
+    const std::streamoff pos = mIs.tellg();
+    if (pos < 0) return false;
     mEnd = pos;
     return true;
   } catch (const VxStreamError&) {

@@ -5,21 +5,17 @@
 
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/StreamPrimitives.h"
+#include "ncds/foundations/detail/DirectoryLayout.h"
 #include "ncds/foundations/detail/EntryStreamBuf.h"
-
-namespace {
-constexpr std::uint16_t kEndMark = 0xFFFF;
-}
 
 OutputStreamDirectory::OutputStreamDirectory(std::ostream& os, std::uint16_t numberOfTags)
     : mOs(os), mNumberOfTags(numberOfTags) {
-  if (numberOfTags == kEndMark) throw NCInternalError("stream directory with too many tags");
   if (auto* entry = dynamic_cast<ncds::detail::EntryStreamBuf*>(os.rdbuf())) {
     mRootSeekable = entry->RootSeekable();
   } else {
     mRootSeekable = os.good() && os.tellp() != std::streampos(-1);
   }
-  WriteTwoBytes(&mNumberOfTags, 1, mOs);
+  WriteVarint(mNumberOfTags, mOs);
 }
 
 OutputStreamDirectory::~OutputStreamDirectory() { Close(); }
@@ -50,7 +46,7 @@ void OutputStreamDirectory::EndEntry() {
 bool OutputStreamDirectory::Close() {
   if (!mClosed) {
     EndEntry();
-    WriteTwoBytes(&kEndMark, 1, mOs);
+    WriteVarint(ncds::detail::kDirectoryEndKey, mOs);
     mClosed = true;
   }
   return static_cast<bool>(mOs);

@@ -3,8 +3,8 @@
 
 // Writes a directory of tagged entries: the fields of one class part of an object.
 //
-// Layout: the declared tag count (two bytes); then each entry written, as its tag (two
-// bytes), its payload length (eight bytes) and its payload; then the end mark 0xFFFF.
+// Each entry written is stored as its tag, its payload length and its payload, after the
+// declared tag count and before an end mark (the bytes are described in DirectoryLayout.h).
 // A small payload is collected and written with its header in one piece; a large one streams
 // through to the parent and its length is patched when it ends, so a payload of any size
 // passes without a second copy (this needs a seekable stream underneath; otherwise payloads

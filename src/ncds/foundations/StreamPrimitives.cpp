@@ -80,6 +80,25 @@ bool ReadEightBytes(void* address, std::size_t count, std::istream& is) {
   return ReadItems(address, 8, count, is);
 }
 
+bool WriteVarint(std::uint64_t value, std::ostream& os) {
+  unsigned char buf[ncds::detail::kMaxVarintLength];
+  return WriteBytes(buf, ncds::detail::EncodeVarint(buf, value), os);
+}
+
+std::uint64_t ReadVarint(std::istream& is) {
+  std::streambuf* buf = is.rdbuf();
+  std::uint64_t value = 0;
+  for (unsigned shift = 0; buf && is && shift < 64; shift += 7) {
+    const auto c = buf->sbumpc();
+    if (c == std::char_traits<char>::eof()) break;
+    const auto byte = static_cast<std::uint64_t>(static_cast<unsigned char>(c));
+    value |= (byte & 0x7F) << shift;
+    if (!(byte & 0x80)) return value;
+  }
+  is.setstate(std::ios_base::failbit);
+  ThrowStreamReadError();
+}
+
 bool WriteBinaryString(const std::string& text, std::ostream& os) {
   if (text.size() > std::numeric_limits<std::uint32_t>::max()) return false;
   const auto length = static_cast<std::uint32_t>(text.size());

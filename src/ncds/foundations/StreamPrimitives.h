@@ -30,6 +30,10 @@ NCDS_EXPORT bool ReadTwoBytes(void* address, std::size_t count, std::istream& is
 NCDS_EXPORT bool ReadFourBytes(void* address, std::size_t count, std::istream& is);
 NCDS_EXPORT bool ReadEightBytes(void* address, std::size_t count, std::istream& is);
 
+// Unsigned numbers in one to ten bytes, small numbers short (seven bits a byte).
+NCDS_EXPORT bool WriteVarint(std::uint64_t value, std::ostream& os);
+NCDS_EXPORT std::uint64_t ReadVarint(std::istream& is);
+
 NCDS_EXPORT bool WriteBinaryString(const std::string& text, std::ostream& os);
 NCDS_EXPORT bool ReadBinaryString(std::string& text, std::istream& is);
 

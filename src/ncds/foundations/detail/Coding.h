@@ -58,6 +58,30 @@ inline T DecodeFixed(const unsigned char* src) {
   return value;
 }
 
+// Longest variable-length encoding of a 64-bit value.
+inline constexpr std::size_t kMaxVarintLength = 10;
+
+// Writes `value` in seven-bit groups, least significant first, the high bit of each byte
+// telling that another follows. Returns the number of bytes written (1..10).
+inline std::size_t EncodeVarint(unsigned char* dst, std::uint64_t value) {
+  std::size_t n = 0;
+  while (value >= 0x80) {
+    dst[n++] = static_cast<unsigned char>(value | 0x80);
+    value >>= 7;
+  }
+  dst[n++] = static_cast<unsigned char>(value);
+  return n;
+}
+
+inline std::size_t VarintLength(std::uint64_t value) {
+  std::size_t n = 1;
+  while (value >= 0x80) {
+    value >>= 7;
+    ++n;
+  }
+  return n;
+}
+
 }  // namespace ncds::detail
 
 #endif  // NCDS_FOUNDATIONS_DETAIL_CODING_H

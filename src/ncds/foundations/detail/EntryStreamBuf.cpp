@@ -57,15 +57,18 @@ bool EntryStreamBuf::Spill() {
     mRootSeekable = false;  // keep collecting in memory
     return false;
   }
-  char* header = mBuffer.data();
-  EncodeFixed<std::uint16_t>(reinterpret_cast<unsigned char*>(header), mTag);
-  EncodeFixed<std::uint64_t>(reinterpret_cast<unsigned char*>(header + 2), 0);
-  const std::streamsize total = static_cast<std::streamsize>(kHeaderSize) + high;
-  if (mParent->sputn(header, total) != total) {
+  // The header of a spilled entry: its key with the low bit set, then a fixed-width length
+  // that End patches.
+  unsigned char header[kMaxVarintLength + 8];
+  const std::size_t keyLength = EncodeVarint(header, EntryKey(mTag, true));
+  EncodeFixed<std::uint64_t>(header + keyLength, 0);
+  const auto headerLength = static_cast<std::streamsize>(keyLength + 8);
+  if (mParent->sputn(reinterpret_cast<const char*>(header), headerLength) != headerLength ||
+      mParent->sputn(pbase(), high) != high) {
     mFailed = true;
     return false;
   }
-  mParentLength = static_cast<std::streamoff>(start) + 2;
+  mParentLength = static_cast<std::streamoff>(start) + static_cast<std::streamoff>(keyLength);
   mSpilled = true;
   mBufferPos = at;
   if (at != high && !PositionParent(at)) return false;
@@ -161,12 +164,14 @@ bool EntryStreamBuf::End() {
   if (!mParent) return false;
   const std::streamoff high = HighWater();
   if (!mFailed && !mSpilled) {
-    char* header = mBuffer.data();
-    EncodeFixed<std::uint16_t>(reinterpret_cast<unsigned char*>(header), mTag);
-    EncodeFixed<std::uint64_t>(reinterpret_cast<unsigned char*>(header + 2),
-                               static_cast<std::uint64_t>(high));
-    const std::streamsize total = static_cast<std::streamsize>(kHeaderSize) + high;
-    if (mParent->sputn(header, total) != total) mFailed = true;
+    // The header goes right in front of the payload, so the entry leaves in one piece.
+    unsigned char header[kHeaderSize];
+    std::size_t headerLength = EncodeVarint(header, EntryKey(mTag, false));
+    headerLength += EncodeVarint(header + headerLength, static_cast<std::uint64_t>(high));
+    char* start = pbase() - headerLength;
+    std::memcpy(start, header, headerLength);
+    const std::streamsize total = static_cast<std::streamsize>(headerLength) + high;
+    if (mParent->sputn(start, total) != total) mFailed = true;
   } else if (!mFailed) {
     unsigned char length[8];
     EncodeFixed<std::uint64_t>(length, static_cast<std::uint64_t>(high));

@@ -15,6 +15,9 @@
 #include <streambuf>
 #include <vector>
 
+#include "ncds/foundations/detail/Coding.h"
+#include "ncds/foundations/detail/DirectoryLayout.h"
+
 namespace ncds::detail {
 
 class EntryStreamBuf : public std::streambuf {
@@ -38,7 +41,8 @@ class EntryStreamBuf : public std::streambuf {
   pos_type seekpos(pos_type pos, std::ios_base::openmode which) override;
 
  private:
-  static constexpr std::size_t kHeaderSize = 2 + 8;
+  // Room kept in front of a payload in memory for its header (key and length).
+  static constexpr std::size_t kHeaderSize = 2 * kMaxVarintLength;
 
   std::streamoff Position() const;
   void Advance(std::streamoff n);
