@@ -48,8 +48,8 @@ void BM_SmallDirectoriesToFile(benchmark::State& state) {
     std::ofstream os(path, std::ios::binary | std::ios::trunc);
     WriteRecords(os);
   }
-  state.counters["records/s"] =
-      benchmark::Counter(static_cast<double>(kRecords), benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["records/s"] = benchmark::Counter(static_cast<double>(kRecords),
+                                                   benchmark::Counter::kIsIterationInvariantRate);
   std::ifstream size(path, std::ios::binary | std::ios::ate);
   state.counters["bytes/record"] = static_cast<double>(size.tellg()) / kRecords;
 }
@@ -65,8 +65,8 @@ void BM_SmallDirectoriesFromFile(benchmark::State& state) {
     std::ifstream is(path, std::ios::binary);
     benchmark::DoNotOptimize(ReadRecords(is));
   }
-  state.counters["records/s"] =
-      benchmark::Counter(static_cast<double>(kRecords), benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["records/s"] = benchmark::Counter(static_cast<double>(kRecords),
+                                                   benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_SmallDirectoriesFromFile)->Unit(benchmark::kMillisecond)->Iterations(3);
 
@@ -77,8 +77,8 @@ void BM_SmallDirectoriesInMemory(benchmark::State& state) {
     WriteRecords(ss);
     bytes = ss.str();
   }
-  state.counters["records/s"] =
-      benchmark::Counter(static_cast<double>(kRecords), benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["records/s"] = benchmark::Counter(static_cast<double>(kRecords),
+                                                   benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_SmallDirectoriesInMemory)->Unit(benchmark::kMillisecond)->Iterations(3);
 
