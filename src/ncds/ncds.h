@@ -26,5 +26,15 @@
 #include "ncds/foundations/VStreamableData.h"
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/VxString.h"
+#include "ncds/metadata/NCVariables.h"
+#include "ncds/metadata/ObservationInfo.h"
+#include "ncds/metadata/QualitativeVariableInfo.h"
+#include "ncds/metadata/QuantitativeVariableInfo.h"
+#include "ncds/metadata/SelectedLabel.h"
+#include "ncds/metadata/UniqueIDs.h"
+#include "ncds/metadata/VarObs.h"
+#include "ncds/metadata/VarObsInfo.h"
+#include "ncds/metadata/VarObsInfoAccess.h"
+#include "ncds/metadata/VariableInfo.h"
 
 #endif  // NCDS_NCDS_H

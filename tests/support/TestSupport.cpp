@@ -1,6 +1,7 @@
 #include "support/TestSupport.h"
 
 #include <cstdio>
+#include <sstream>
 
 namespace ncds::test {
 
@@ -23,6 +24,17 @@ void ForEachCorruption(const std::string& valid,
     damaged[pos] = static_cast<char>(static_cast<unsigned char>(damaged[pos]) ^ kMasks[round % 3]);
     check(damaged);
   }
+}
+
+std::string WriteToString(const VStreamBase& object) {
+  std::stringstream stream;
+  stream << object;
+  return stream.good() ? stream.str() : std::string();
+}
+
+bool ReadFromString(const std::string& bytes, VStreamBase& object) {
+  std::istringstream stream(bytes);
+  return static_cast<bool>(stream >> object);
 }
 
 }  // namespace ncds::test

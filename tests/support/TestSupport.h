@@ -6,6 +6,8 @@
 #include <functional>
 #include <string>
 
+#include "ncds/foundations/VStreamBase.h"
+
 namespace ncds::test {
 
 // A file path in the test build folder that is removed when the object goes.
@@ -27,6 +29,11 @@ class TempFile {
 void ForEachCorruption(const std::string& valid,
                        const std::function<void(const std::string&)>& check,
                        std::size_t maxFlips = 4096);
+
+// The bytes of `object` written through its stream operator.
+std::string WriteToString(const VStreamBase& object);
+// Reads `object` from `bytes`; true when the read succeeded.
+bool ReadFromString(const std::string& bytes, VStreamBase& object);
 
 }  // namespace ncds::test
 

@@ -8,14 +8,17 @@
 //   - tag absent and optional: returns false and leaves `target` as it was;
 //   - otherwise reads the value and returns true; a damaged value throws `VxStreamError`.
 // Values: integers, enums, floats and bool in their own width (a `std::int32_t` as four
-// bytes, a `bool` as one), `std::string` as a binary string, and persistent objects through
-// their stream operator. `WriteToStreamDir` writes the same forms.
+// bytes, a `bool` as one), `std::string` as a binary string, a `std::set` of numbers as a
+// four-byte count and its values in order, and persistent objects through their stream
+// operator. `WriteToStreamDir` writes the same forms.
 
 #include <cstdint>
 #include <istream>
 #include <ostream>
+#include <set>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/InputStreamDirectory.h"
@@ -26,8 +29,20 @@
 namespace ncds::detail {
 
 template <class T>
+struct IsSet : std::false_type {};
+template <class T>
+struct IsSet<std::set<T>> : std::true_type {};
+
+template <class T>
 bool WriteValue(const T& value, std::ostream& os) {
-  if constexpr (std::is_base_of_v<VStreamBase, T>) {
+  if constexpr (IsSet<T>::value) {
+    const auto count = static_cast<std::uint32_t>(value.size());
+    if (!WriteValue(count, os)) return false;
+    for (const auto& item : value) {
+      if (!WriteValue(item, os)) return false;
+    }
+    return true;
+  } else if constexpr (std::is_base_of_v<VStreamBase, T>) {
     os << static_cast<const VStreamBase&>(value);
     return static_cast<bool>(os);
   } else if constexpr (std::is_same_v<T, std::string>) {
@@ -49,7 +64,20 @@ bool WriteValue(const T& value, std::ostream& os) {
 
 template <class T>
 void ReadValue(T& value, std::istream& is) {
-  if constexpr (std::is_base_of_v<VStreamBase, T>) {
+  if constexpr (IsSet<T>::value) {
+    using Item = typename T::value_type;
+    static_assert(std::is_arithmetic_v<Item>, "sets of numbers only");
+    std::uint32_t count = 0;
+    ReadValue(count, is);
+    RequireStreamBytes(is, std::uint64_t{count} * sizeof(Item));
+    T items;
+    for (std::uint32_t i = 0; i < count; ++i) {
+      Item item{};
+      ReadValue(item, is);
+      items.insert(items.end(), item);
+    }
+    value = std::move(items);
+  } else if constexpr (std::is_base_of_v<VStreamBase, T>) {
     if (!(is >> static_cast<VStreamBase&>(value))) ThrowStreamReadError();
   } else if constexpr (std::is_same_v<T, std::string>) {
     ReadBinaryString(value, is);

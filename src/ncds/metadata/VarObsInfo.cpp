@@ -1,0 +1,187 @@
+#include "ncds/metadata/VarObsInfo.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <istream>
+#include <ostream>
+#include <typeinfo>
+
+#include "ncds/foundations/Exception.h"
+#include "ncds/foundations/InputStreamDirectory.h"
+#include "ncds/foundations/OutputStreamDirectory.h"
+#include "ncds/foundations/ReadFromStreamDir.h"
+#include "ncds/foundations/StreamPrimitives.h"
+#include "ncds/foundations/VxStdString.h"
+#include "ncds/foundations/VxString.h"
+#include "ncds/metadata/VarObs.h"
+
+namespace ncds::detail {
+namespace {
+
+constexpr std::int16_t kVersion = 3;
+constexpr std::uint16_t kTagIDs = 0;
+constexpr std::uint16_t kTagUniqueID = 1;
+
+// Position in the ID list of the 1-based index `i`, when `i` is within 1..count.
+bool ToPosition(int i, std::size_t count, std::size_t& position) {
+  if (i < 1 || static_cast<std::size_t>(i) > count) return false;
+  position = static_cast<std::size_t>(i) - 1;
+  return true;
+}
+
+}  // namespace
+}  // namespace ncds::detail
+
+using ncds::detail::ToPosition;
+
+const VStreamableData VarObsInfo::msVStreamData(ncds::detail::kVersion, "VOI");
+
+VarObsInfo::VarObsInfo() = default;
+
+VarObsInfo::VarObsInfo(const std::string& id, unsigned long uniqueID)
+    : mUniqueID(uniqueID), mIDs{id} {}
+
+VarObsInfo::VarObsInfo(const std::vector<std::string>& ids, unsigned long uniqueID)
+    : mUniqueID(uniqueID), mIDs(ids) {}
+
+VarObsInfo::VarObsInfo(const VarObsInfo& other) = default;
+
+VarObsInfo& VarObsInfo::operator=(const VarObsInfo& other) = default;
+
+VarObsInfo::~VarObsInfo() = default;
+
+const VariableInfo* VarObsInfo::AsVariableInfo() const { return nullptr; }
+
+const ObservationInfo* VarObsInfo::AsObservationInfo() const { return nullptr; }
+
+bool VarObsInfo::operator==(const VarObsInfo& other) const {
+  if (typeid(*this) != typeid(other)) return false;
+  if (mIDs.empty() || other.mIDs.empty()) return mIDs.empty() && other.mIDs.empty();
+  return VxStdString::CompareNoCase(mIDs.front(), other.mIDs.front()) == 0;
+}
+
+const std::string& VarObsInfo::GetUserID(int i) const {
+  std::size_t position = 0;
+  return ToPosition(i, mIDs.size(), position) ? mIDs[position] : VxStdString::Empty();
+}
+
+float VarObsInfo::GetUserFloatID(int i) const {
+  std::size_t position = 0;
+  float value = -99.0F;
+  if (ToPosition(i, mIDs.size(), position) && VxString::ToFloat(mIDs[position], value)) {
+    return value;
+  }
+  return -99.0F;
+}
+
+int VarObsInfo::AddID(const std::string& id) {
+  mIDs.push_back(id);
+  return GetNumIDs();
+}
+
+void VarObsInfo::RemoveID(int i) {
+  std::size_t position = 0;
+  if (ToPosition(i, mIDs.size(), position)) {
+    mIDs.erase(mIDs.begin() + static_cast<std::ptrdiff_t>(position));
+  }
+}
+
+void VarObsInfo::SetUserID(const std::string& id, int i, VarObs* owner) {
+  if (i < 1) return;
+  if (static_cast<std::size_t>(i) > mIDs.size()) mIDs.resize(static_cast<std::size_t>(i));
+  if (owner) {
+    owner->ClearInfosByUserID();
+    float number = 0.0F;
+    if (VxString::ToFloat(id, number)) owner->SetIDIsNumeral(i, true);
+  }
+  std::string& target = mIDs[static_cast<std::size_t>(i) - 1];
+  if (&target != &id) target = id;
+}
+
+void VarObsInfo::InsertID(int i, const char* id) {
+  if (i < 1) return;
+  const auto position = static_cast<std::size_t>(i) - 1;
+  if (position > mIDs.size()) mIDs.resize(position);
+  mIDs.insert(mIDs.begin() + static_cast<std::ptrdiff_t>(position), id ? id : "");
+}
+
+void VarObsInfo::MoveID(int from, int to) {
+  std::size_t source = 0;
+  std::size_t target = 0;
+  if (!ToPosition(from, mIDs.size(), source) || !ToPosition(to, mIDs.size(), target) ||
+      source == target) {
+    return;
+  }
+  std::string moved = std::move(mIDs[source]);
+  mIDs.erase(mIDs.begin() + static_cast<std::ptrdiff_t>(source));
+  mIDs.insert(mIDs.begin() + static_cast<std::ptrdiff_t>(target), std::move(moved));
+}
+
+void VarObsInfo::SwapID(int i, int j) {
+  if (i < 1 || j < 1) return;
+  const auto needed = static_cast<std::size_t>(std::max(i, j));
+  if (needed > mIDs.size()) mIDs.resize(needed);
+  mIDs[static_cast<std::size_t>(i) - 1].swap(mIDs[static_cast<std::size_t>(j) - 1]);
+}
+
+const std::string& VarObsInfo::GetBatchName(const VarObs& owner) const {
+  return GetUserID(owner.GetBatchIDRaw());
+}
+
+const std::string& VarObsInfo::GetPhaseName(const VarObs& owner) const {
+  return GetUserID(owner.GetPhaseIDRaw());
+}
+
+bool VarObsInfo::VStreamableStartWrite(std::ostream& os) const {
+  if (!mGuard.Enter()) return true;
+  return msVStreamData.Write(os) && VStreamableWrite(os);
+}
+
+bool VarObsInfo::VStreamableWrite(std::ostream& os) const {
+  OutputStreamDirectory directory(os, 2);
+  std::ostream& ids = directory.GetOutput(ncds::detail::kTagIDs);
+  const auto count = static_cast<std::uint32_t>(mIDs.size());
+  WriteFourBytes(&count, 1, ids);
+  for (const std::string& id : mIDs) WriteBinaryString(id, ids);
+  const auto uniqueID = static_cast<std::uint32_t>(mUniqueID);
+  WriteToStreamDir(uniqueID, directory, ncds::detail::kTagUniqueID);
+  return directory.Close();
+}
+
+bool VarObsInfo::VStreamableStartRead(std::istream& is) {
+  if (!mGuard.Enter()) return true;
+  std::int16_t version = 0;
+  if (!msVStreamData.Check(is, version) || version > ncds::detail::kVersion) return false;
+  // Records of older versions kept their IDs elsewhere: nothing of this part to read.
+  if (version < ncds::detail::kVersion) return static_cast<bool>(is);
+  return ReadStreamDirectory(is);
+}
+
+bool VarObsInfo::ReadStreamDirectory(std::istream& is) {
+  InputStreamDirectory directory(is);
+  bool ok = true;
+  try {
+    std::istream* ids = directory.GetInput(ncds::detail::kTagIDs);
+    if (!ids) ncds::detail::ThrowReadFromStreamDirFailed();
+    std::uint32_t count = 0;
+    ReadFourBytes(&count, 1, *ids);
+    // Each ID takes at least its four-byte length.
+    RequireStreamBytes(*ids, std::uint64_t{count} * 4);
+    std::vector<std::string> read;
+    read.reserve(std::min<std::uint32_t>(count, 4096));
+    for (std::uint32_t k = 0; k < count; ++k) {
+      read.emplace_back();
+      ReadBinaryString(read.back(), *ids);
+    }
+    std::uint32_t uniqueID = 0;
+    ReadFromStreamDir(uniqueID, directory, ncds::detail::kTagUniqueID, true);
+    mIDs = std::move(read);
+    mUniqueID = uniqueID;
+  } catch (const VxStreamError&) {
+    ok = false;
+  }
+  directory.Close();
+  return ok && static_cast<bool>(is);
+}
+
+void VarObsInfo::VStreamableReset() const { mGuard.Reset(); }
