@@ -19,6 +19,7 @@
 #include "ncds/foundations/NCStringVector.h"
 #include "ncds/foundations/OutputStreamDirectory.h"
 #include "ncds/foundations/ReadFromStreamDir.h"
+#include "ncds/foundations/SimpDuration.h"
 #include "ncds/foundations/StreamPrimitives.h"
 #include "ncds/foundations/UserComm.h"
 #include "ncds/foundations/VStreamBase.h"
@@ -26,5 +27,6 @@
 #include "ncds/foundations/VStreamableData.h"
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/VxString.h"
+#include "ncds/foundations/VxTimeUtl.h"
 
 #endif  // NCDS_NCDS_H
