@@ -19,6 +19,7 @@
 #include "ncds/foundations/NCStringVector.h"
 #include "ncds/foundations/OutputStreamDirectory.h"
 #include "ncds/foundations/ReadFromStreamDir.h"
+#include "ncds/foundations/SimpDateTime.h"
 #include "ncds/foundations/SimpDuration.h"
 #include "ncds/foundations/StreamPrimitives.h"
 #include "ncds/foundations/UserComm.h"
