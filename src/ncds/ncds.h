@@ -5,6 +5,7 @@
 
 #include "ncds/foundations/BoolVector.h"
 #include "ncds/foundations/DatasetMergeInfo.h"
+#include "ncds/foundations/DateTimeFormatter.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/ExceptionMessage.h"
 #include "ncds/foundations/ExceptionMessageList.h"
