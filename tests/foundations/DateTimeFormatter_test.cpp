@@ -183,6 +183,9 @@ TEST(DateTimeFormatter, PatternTokens) {
                {"y yyy yyyyy MMMM ttt", "y 24y 2024y Mar3 PMt"},
                {"'unterminated yyyy", "unterminated yyyy"},
                {"TDZ D", "TDZ D"}};
+  // Single-letter fields take two digits where the value needs them.
+  EXPECT_EQ(Formatted("M/d H:m:s h, M/d H:m:s h", SimpDateTime(2024, 12, 31, 23, 59, 58)),
+            "12/31 23:59:58 11, 12/31 23:59:58 11");
   for (const auto& c : cases) {
     EXPECT_EQ(Formatted(c.pattern, t), c.text) << c.pattern;
     EXPECT_EQ(DateTimeFormatter(VxTimeUtl::eParseFormat, c.pattern).Format(SimpDateTime()), "");

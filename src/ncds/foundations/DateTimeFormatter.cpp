@@ -1,5 +1,6 @@
 #include "ncds/foundations/DateTimeFormatter.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -353,14 +354,28 @@ DateTimeFormatter::DateTimeFormatter(int mode, const std::string& pattern)
 
   mShowsFractions = false;
   for (Token& token : mTokens) {
-    if (token.kind == Token::kFraction) mShowsFractions = true;
-    if (token.kind != Token::kLiteral) {
-      mFormatLength += static_cast<std::size_t>(token.kind == Token::kYear4 ? 4 : token.width);
-      continue;
+    switch (token.kind) {
+      case Token::kLiteral:
+        mFormatLength += token.length;
+        token.parseOffset = token.offset;
+        token.parseLength = token.length;
+        break;
+      case Token::kMonth:
+      case Token::kDay:
+      case Token::kHour24:
+      case Token::kHour12:
+      case Token::kMinute:
+      case Token::kSecond:
+        mFormatLength += 2;  // one or two digits, whatever the width of the token
+        break;
+      case Token::kFraction:
+        mShowsFractions = true;
+        mFormatLength += static_cast<std::size_t>(token.width);
+        break;
+      default:  // years, month names and AM/PM are as wide as their tokens
+        mFormatLength += static_cast<std::size_t>(token.width);
+        break;
     }
-    mFormatLength += token.length;
-    token.parseOffset = token.offset;
-    token.parseLength = token.length;
   }
   // White space that surrounds the text is skipped anyway; the pattern's own must not
   // demand more.
@@ -484,30 +499,30 @@ std::string DateTimeFormatter::Format(const SimpDateTime& value) const {
 std::string DateTimeFormatter::FormatPattern(const SimpDateTime& value) const {
   using ncds::detail::PutDigits;
   const ncds::detail::CivilTime c = ncds::detail::SplitMicroseconds(value.GetEpochMicroseconds());
-  std::string text;
-  text.reserve(mFormatLength);
-  char buf[8];
+  // Room for the longest text, written through a pointer and cut to size at the end.
+  std::string text(mFormatLength, '\0');
+  char* const begin = text.data();
+  char* p = begin;
   for (const Token& token : mTokens) {
-    char* end = buf;
     switch (token.kind) {
       case Token::kLiteral:
-        text.append(mLiterals, token.offset, token.length);
+        p = std::copy_n(mLiterals.data() + token.offset, token.length, p);
         break;
       case Token::kYear4:
-        end = PutDigits(buf, c.year, 4);
+        p = PutDigits(p, c.year, 4);
         break;
       case Token::kYear2:
-        end = PutDigits(buf, c.year % 100, 2);
+        p = PutDigits(p, c.year % 100, 2);
         break;
       case Token::kMonthName:
-        text.append(ncds::detail::kMonthNames[c.month - 1], 3);
+        p = std::copy_n(ncds::detail::kMonthNames[c.month - 1], 3, p);
         break;
       case Token::kFraction:
-        end = PutDigits(buf, c.microsecond / ncds::detail::kPowersOfTen[6 - token.width],
-                        token.width);
+        p = PutDigits(p, c.microsecond / ncds::detail::kPowersOfTen[6 - token.width], token.width);
         break;
       case Token::kAmPm:
-        text.append(c.hour < 12 ? "AM" : "PM", 2);
+        *p++ = c.hour < 12 ? 'A' : 'P';
+        *p++ = 'M';
         break;
       default: {
         int number = 0;
@@ -531,12 +546,12 @@ std::string DateTimeFormatter::FormatPattern(const SimpDateTime& value) const {
             number = c.second;
             break;
         }
-        end = token.width == 2 ? PutDigits(buf, number, 2) : ncds::detail::PutNumber(buf, number);
+        p = token.width == 2 ? PutDigits(p, number, 2) : ncds::detail::PutNumber(p, number);
         break;
       }
     }
-    text.append(buf, end);
   }
+  text.resize(static_cast<std::size_t>(p - begin));
   return text;
 }
 
