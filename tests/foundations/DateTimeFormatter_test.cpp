@@ -13,9 +13,9 @@ namespace {
 using VxTimeUtl::DateTimeFormatter;
 using VxTimeUtl::SimpDateTime;
 
-const DateTimeFormatter kIso(VxTimeUtl::eParseISO8601, "");
-const DateTimeFormatter kDayFirst(VxTimeUtl::eParseDayFirst, "");
-const DateTimeFormatter kMonthFirst(VxTimeUtl::eParseMonthFirst, "");
+DateTimeFormatter Iso() { return DateTimeFormatter(VxTimeUtl::eParseISO8601, ""); }
+DateTimeFormatter DayFirst() { return DateTimeFormatter(VxTimeUtl::eParseDayFirst, ""); }
+DateTimeFormatter MonthFirst() { return DateTimeFormatter(VxTimeUtl::eParseMonthFirst, ""); }
 
 // The parsed value, or not-a-date-time when the text does not parse. The text is copied to a
 // buffer of its exact size, so that reading past its end trips the address sanitizer.
@@ -67,38 +67,38 @@ TEST(DateTimeFormatter, IsoAcceptsExtendedAndBasicForms) {
                   {"1400-01-01T00:00:00", SimpDateTime(1400, 1, 1)},
                   {"9999-12-31T23:59:59.999999", SimpDateTime(9999, 12, 31, 23, 59, 59, 999999)},
                   {"2024-02-29", SimpDateTime(2024, 2, 29)}};
-  for (const auto& c : accepted) EXPECT_EQ(Parsed(kIso, c.text), c.expected) << c.text;
+  for (const auto& c : accepted) EXPECT_EQ(Parsed(Iso(), c.text), c.expected) << c.text;
 
   // Incomplete or malformed dates.
   for (const char* text : {"", "   ", "2024", "2024-03", "2024-3-05", "2024-03-5", "24-03-05",
                            "02024-03-05", "2024/03/05"}) {
-    EXPECT_FALSE(Parsed(kIso, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(Iso(), text).IsValid()) << text;
   }
   // Mixed basic and extended forms.
   for (const char* text : {"2024-0305", "202403-05", "20240305T14:30", "2024-03-05T1430"}) {
-    EXPECT_FALSE(Parsed(kIso, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(Iso(), text).IsValid()) << text;
   }
   // Incomplete or malformed times.
   for (const char* text : {"2024-03-05T", "2024-03-05T14", "2024-03-05T14:3",
                            "2024-03-05T14:30:", "2024-03-05T14:30:1", "2024-03-05T14:30:15.",
                            "20240305T143", "20240305T14301"}) {
-    EXPECT_FALSE(Parsed(kIso, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(Iso(), text).IsValid()) << text;
   }
   // Offsets, excess digits and stray text.
   for (const char* text :
        {"2024-03-05T14:30:15+01:00", "2024-03-05T14:30ZZ", "2024-03-05T14:30:15.1234567",
         "2024-03-05  14:30", "2024-03-05T14:30:15 .5", "2024-03-05x", "x2024-03-05",
         "2024-03-05\x01", "\357\273\2772024-03-05"}) {
-    EXPECT_FALSE(Parsed(kIso, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(Iso(), text).IsValid()) << text;
   }
   // Impossible dates and times, years out of range.
   for (const char* text :
        {"2024-13-01", "2024-00-10", "2023-02-29", "2024-02-30", "2024-04-31", "2024-03-05T24:00",
         "2024-03-05T23:60", "2024-03-05T23:59:60", "1399-12-31", "0000-01-01", "-2024-03-05"}) {
-    EXPECT_FALSE(Parsed(kIso, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(Iso(), text).IsValid()) << text;
   }
-  EXPECT_EQ(kIso.Format(SimpDateTime(2024, 3, 5, 14, 30, 0, 250000)), "2024-03-05T14:30:00.25");
-  EXPECT_EQ(kIso.Format(SimpDateTime()), "");
+  EXPECT_EQ(Iso().Format(SimpDateTime(2024, 3, 5, 14, 30, 0, 250000)), "2024-03-05T14:30:00.25");
+  EXPECT_EQ(Iso().Format(SimpDateTime()), "");
 }
 
 TEST(DateTimeFormatter, DayFirstAndMonthFirstForms) {
@@ -125,46 +125,46 @@ TEST(DateTimeFormatter, DayFirstAndMonthFirstForms) {
                   {"05/03/2024 12:00 PM", SimpDateTime(2024, 3, 5, 12, 0)},
                   {"29/02/2024", SimpDateTime(2024, 2, 29)}};
   for (const auto& c : accepted) {
-    EXPECT_EQ(Parsed(kDayFirst, c.text), c.dayFirst) << c.text;
+    EXPECT_EQ(Parsed(DayFirst(), c.text), c.dayFirst) << c.text;
     // Month-first reads the same text with day and month swapped, where that is a date.
     const SimpDateTime swapped(c.dayFirst.GetYear(), c.dayFirst.GetDay(), c.dayFirst.GetMonth(),
                                c.dayFirst.GetHour(), c.dayFirst.GetMinute(), c.dayFirst.GetSecond(),
                                c.dayFirst.GetMicrosecond());
-    EXPECT_EQ(Parsed(kMonthFirst, c.text), swapped) << c.text;
+    EXPECT_EQ(Parsed(MonthFirst(), c.text), swapped) << c.text;
   }
-  EXPECT_EQ(Parsed(kMonthFirst, "12/31/2023 11:59:59 PM"), SimpDateTime(2023, 12, 31, 23, 59, 59));
+  EXPECT_EQ(Parsed(MonthFirst(), "12/31/2023 11:59:59 PM"), SimpDateTime(2023, 12, 31, 23, 59, 59));
 
   // Incomplete or malformed dates, ISO text.
   for (const char* text :
        {"", "05/03", "05/03/", "05/03-2024", "05/03/202", "05/03/20245", "05/03/2", "005/03/2024",
         "05/003/2024", "05 03 2024", "/03/2024", "2024-03-05"}) {
-    EXPECT_FALSE(Parsed(kDayFirst, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(DayFirst(), text).IsValid()) << text;
   }
   // Incomplete or malformed times.
   for (const char* text :
        {"05/03/2024T14:30", "05/03/2024 14", "05/03/2024 14:", "05/03/2024 14:3",
         "05/03/2024 144:30", "05/03/2024 14:30:", "05/03/2024 14:30:15.", "05/03/2024 14:30 x"}) {
-    EXPECT_FALSE(Parsed(kDayFirst, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(DayFirst(), text).IsValid()) << text;
   }
   // Twelve-hour clock out of range or misspelt.
   for (const char* text :
        {"05/03/2024 13:00 PM", "05/03/2024 0:30 AM", "05/03/2024 2:30 XM", "05/03/2024 2:30 P"}) {
-    EXPECT_FALSE(Parsed(kDayFirst, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(DayFirst(), text).IsValid()) << text;
   }
   // Impossible dates and times, years out of range.
   for (const char* text : {"31/04/2024", "29/02/2023", "30/02/2024", "05/13/2024",
                            "05/03/2024 24:00", "05/03/2024 23:60", "05/03/1399"}) {
-    EXPECT_FALSE(Parsed(kDayFirst, text).IsValid()) << text;
+    EXPECT_FALSE(Parsed(DayFirst(), text).IsValid()) << text;
   }
-  EXPECT_FALSE(Parsed(kMonthFirst, "13/05/2024").IsValid());
-  EXPECT_FALSE(Parsed(kMonthFirst, "02/30/2024").IsValid());
+  EXPECT_FALSE(Parsed(MonthFirst(), "13/05/2024").IsValid());
+  EXPECT_FALSE(Parsed(MonthFirst(), "02/30/2024").IsValid());
 
   const SimpDateTime t(2024, 3, 5, 4, 3, 2, 1500);
-  EXPECT_EQ(kDayFirst.Format(t), "05/03/2024 04:03:02.001");
-  EXPECT_EQ(kMonthFirst.Format(t), "03/05/2024 04:03:02.001");
-  EXPECT_EQ(kDayFirst.Format(SimpDateTime(2024, 3, 5)), "05/03/2024 00:00:00");
-  EXPECT_EQ(kDayFirst.Format(SimpDateTime(2024, 3, 5, 0, 0, 0, 999)), "05/03/2024 00:00:00");
-  EXPECT_EQ(kMonthFirst.Format(SimpDateTime()), "");
+  EXPECT_EQ(DayFirst().Format(t), "05/03/2024 04:03:02.001");
+  EXPECT_EQ(MonthFirst().Format(t), "03/05/2024 04:03:02.001");
+  EXPECT_EQ(DayFirst().Format(SimpDateTime(2024, 3, 5)), "05/03/2024 00:00:00");
+  EXPECT_EQ(DayFirst().Format(SimpDateTime(2024, 3, 5, 0, 0, 0, 999)), "05/03/2024 00:00:00");
+  EXPECT_EQ(MonthFirst().Format(SimpDateTime()), "");
 }
 
 TEST(DateTimeFormatter, PatternTokens) {
@@ -258,7 +258,7 @@ TEST(DateTimeFormatter, PatternTokens) {
   EXPECT_TRUE(DateTimeFormatter(VxTimeUtl::eParseFormat, "ss.ff").ShowsFractions());
   EXPECT_FALSE(DateTimeFormatter(VxTimeUtl::eParseFormat, "yyyy-MM-dd HH:mm:ss").ShowsFractions());
   EXPECT_FALSE(DateTimeFormatter(VxTimeUtl::eParseFormat, "'ff' ss").ShowsFractions());
-  EXPECT_TRUE(kDayFirst.ShowsFractions());
+  EXPECT_TRUE(DayFirst().ShowsFractions());
 
   // The other modes keep their pattern without using it; unknown modes are refused.
   const DateTimeFormatter iso(VxTimeUtl::eParseISO8601, "dd/MM/yyyy");
@@ -274,9 +274,9 @@ TEST(DateTimeFormatter, FormatsParseBackAcrossTheRange) {
     DateTimeFormatter formatter;
     std::int64_t resolution;  // microseconds the format shows
   } formats[] = {
-      {kIso, 1},
-      {kDayFirst, 1000},
-      {kMonthFirst, 1000},
+      {Iso(), 1},
+      {DayFirst(), 1000},
+      {MonthFirst(), 1000},
       {DateTimeFormatter(VxTimeUtl::eParseFormat, ""), 1},
       {DateTimeFormatter(VxTimeUtl::eParseFormat, "yyyy-MM-dd HH:mm:ss.ffffff"), 1},
       {DateTimeFormatter(VxTimeUtl::eParseFormat, "d MMM yyyy h:m:s.fff tt"), 1000},
@@ -321,9 +321,9 @@ TEST(DateTimeFormatter, AnyTextFailsCleanly) {
   // A buffer holds a date, its terminating NUL and more text that must not be read.
   const char buffer[] = "2024-03-05\0T14:30:00";
   SimpDateTime out;
-  ASSERT_TRUE(kIso.Parse(buffer, out));
+  ASSERT_TRUE(Iso().Parse(buffer, out));
   EXPECT_EQ(out, SimpDateTime(2024, 3, 5));
-  EXPECT_FALSE(kIso.Parse(nullptr, out));
+  EXPECT_FALSE(Iso().Parse(nullptr, out));
   // A literal NUL in a pattern never matches the end of the text.
   const DateTimeFormatter withNul(VxTimeUtl::eParseFormat, std::string("yyyy\0MM", 7));
   const char nulThenMonth[] =
@@ -334,7 +334,7 @@ TEST(DateTimeFormatter, AnyTextFailsCleanly) {
   // Every prefix of valid texts, and odd bytes, in every mode: no crash, no read past the end
   // (see Parsed), no exception.
   const std::vector<DateTimeFormatter> formatters{
-      kIso, kDayFirst, kMonthFirst,
+      Iso(), DayFirst(), MonthFirst(),
       DateTimeFormatter(VxTimeUtl::eParseFormat, "dd MMM yyyy hh:mm:ss.ffffff tt"),
       DateTimeFormatter(VxTimeUtl::eParseFormat, "'x' d/M/yy H:m:s.f 'y'")};
   std::vector<std::string> texts;

@@ -24,7 +24,7 @@ using ncds::detail::kMaxMicroseconds;
 using ncds::detail::kMinMicroseconds;
 
 SimpDateTime::SimpDateTime(int year, int month, int day, int hour, int minute, int second,
-                           int microsecond) {
+                           int microsecond) noexcept {
   if (ncds::detail::IsValidCivil(year, month, day, hour, minute, second, microsecond)) {
     mMicroseconds =
         ncds::detail::JoinMicroseconds(year, month, day, hour, minute, second, microsecond);
@@ -45,7 +45,7 @@ SimpDateTime::SimpDateTime(const boost::posix_time::ptime& t) {
       ofDay;
 }
 
-SimpDateTime SimpDateTime::FromEpochMicroseconds(std::int64_t us) {
+SimpDateTime SimpDateTime::FromEpochMicroseconds(std::int64_t us) noexcept {
   SimpDateTime result;
   if (us >= kMinMicroseconds && us <= kMaxMicroseconds) result.mMicroseconds = us;
   return result;

@@ -32,13 +32,13 @@ class NCDS_EXPORT SimpDateTime {
   // Not-a-date-time unless every field is in its range (month 1..12, day within the month,
   // hour 0..23, minute and second 0..59, microsecond 0..999999, year 1400..9999).
   SimpDateTime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0,
-               int microsecond = 0);
+               int microsecond = 0) noexcept;
   // Not-a-date-time for Boost's special values (not_a_date_time, infinities).
   explicit SimpDateTime(const boost::posix_time::ptime& t);
 
   // The date-time `us` microseconds after 1970-01-01T00:00:00 (the stream's count), or
   // not-a-date-time outside the range.
-  static SimpDateTime FromEpochMicroseconds(std::int64_t us);
+  static SimpDateTime FromEpochMicroseconds(std::int64_t us) noexcept;
   // Microseconds since 1970-01-01T00:00:00, INT64_MIN for not-a-date-time.
   std::int64_t GetEpochMicroseconds() const { return mMicroseconds; }
 
