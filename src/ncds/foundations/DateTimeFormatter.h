@@ -25,13 +25,15 @@
 //   dd    day 01..31               d     day 1..31 (one or two digits when parsing)
 //   HH    hour 00..23              H     hour 0..23 (one or two digits when parsing)
 //   hh    hour 01..12              h     hour 1..12, with tt for AM/PM (AM when tt is absent)
-//   tt    AM or PM (any case when parsing)
+//   tt    AM or PM (any case when parsing); read with H or HH, it does not change the hour
 //   mm    minute 00..59            m     minute 0..59
 //   ss    second 00..59            s     second 0..59
 //   f..ffffff  as many fraction digits when formatting (cut off, not rounded); one to six
 //         digits when parsing
-// Longer runs of a token letter split from the left ("MMMM" is "MMM" then "M"). Every other
-// character is literal, and so is text in single quotes; two single quotes stand for one.
+// Numbers of two-letter tokens and years take exactly their width of digits when parsing.
+// Longer runs of a token letter split from the left ("MMMM" is "MMM" then "M"); a lone 'y' or
+// 't' is literal, as is every other character and text in single quotes, where two single
+// quotes stand for one.
 // Fields the pattern lacks default to 1900-01-01 00:00:00.
 //
 // Parsing accepts white space around the text and refuses anything else that does not match
