@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <sstream>
 #include <streambuf>
@@ -234,6 +235,41 @@ TEST(NCDataMatrix, BulkRowRemovalRefusesBadListsUnchanged) {
   EXPECT_EQ(m.SizeRows(), 0u);
   EXPECT_EQ(m.SizeColumns(), 2u);
   EXPECT_EQ(m.ColumnData(0), nullptr);
+}
+
+// Removal patterns that meet both copy paths: short runs copied in blocks that spill past
+// their end, long runs, runs at the very end of the buffer and the first removals, where kept
+// rows still trail their sources by less than a block.
+TEST(NCDataMatrix, BulkRowRemovalKeepsEveryRunIntact) {
+  constexpr std::size_t kRows = 700;
+  constexpr std::size_t kColumns = 5;
+  Model model(kRows, std::vector<float>(kColumns));
+  for (std::size_t i = 0; i < kRows; ++i) {
+    for (std::size_t j = 0; j < kColumns; ++j) model[i][j] = float(i * kColumns + j);
+  }
+  std::mt19937 rng(3);
+  const std::vector<std::function<bool(std::size_t)>> patterns = {
+      [](std::size_t i) { return i % 9 == 4; },             // runs of 8
+      [](std::size_t i) { return i % 70 == 0 || i == 3; },  // long runs
+      [](std::size_t i) { return i == kRows - 2; },         // one row near the end
+      [](std::size_t i) { return i < 3 || i % 2 == 1; },    // many tiny runs
+      [&rng](std::size_t) { return rng() % 5 == 0; },       // scattered
+      [](std::size_t i) { return i >= kRows - 9 && i != kRows - 1; }};
+  for (std::size_t p = 0; p < patterns.size(); ++p) {
+    Matrix m = FromModel(model, kColumns);
+    IndexVector remove;
+    Model kept;
+    for (std::size_t i = 0; i < kRows; ++i) {
+      if (patterns[p](i)) {
+        remove.push_back(static_cast<int>(i));
+      } else {
+        kept.push_back(model[i]);
+      }
+    }
+    m.RemoveRows(remove);
+    SCOPED_TRACE(p);
+    ExpectSame(m, kept, kColumns);
+  }
 }
 
 TEST(NCDataMatrix, ReservedColumnsAppendWithoutMoving) {

@@ -299,20 +299,27 @@ void NCDataMatrix<float>::InsertColumns(std::size_t position, std::size_t count)
 
 void NCDataMatrix<float>::CompactRows(const RowRun* runs, std::size_t runCount, std::size_t rows) {
   // Kept rows only ever move towards the front of the buffer, so one forward pass over all
-  // columns can move them in place.
+  // columns can move them in place. Scattered removals leave many short runs; once the kept
+  // rows trail their sources by a whole block, a run is copied in blocks of kBlock floats whose
+  // last one may spill past the run: the spill lands on cells that are written again later and
+  // never on a source not yet read, so no per-run memmove call is needed.
+  constexpr std::size_t kBlock = 8;
+  constexpr std::size_t kShortRun = 64;
   float* const base = mData.get();
+  const float* const end = base + mRows * mColumns;
   float* to = base;
   for (std::size_t j = 0; j < mColumns; ++j) {
     const float* column = base + j * mRows;
     for (std::size_t r = 0; r < runCount; ++r) {
       const float* from = column + runs[r].from;
       const std::size_t count = runs[r].count;
-      if (to != from) {
-        if (count <= 8) {
-          for (std::size_t i = 0; i < count; ++i) to[i] = from[i];  // to < from: safe forward
-        } else {
-          std::memmove(to, from, count * sizeof(float));
+      if (count <= kShortRun && from - to >= static_cast<std::ptrdiff_t>(kBlock) &&
+          end - from >= static_cast<std::ptrdiff_t>(count + kBlock)) {
+        for (std::size_t i = 0; i < count; i += kBlock) {
+          std::memcpy(to + i, from + i, kBlock * sizeof(float));
         }
+      } else if (to != from) {
+        std::memmove(to, from, count * sizeof(float));
       }
       to += count;
     }
