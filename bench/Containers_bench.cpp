@@ -101,10 +101,9 @@ void BM_MatrixWriteToFile(benchmark::State& state) {
     state.ResumeTiming();
     ncds::bench::ResetPeakRss();
     const std::int64_t before = ncds::bench::CurrentRssBytes();
-    std::ofstream os(path, std::ios::binary);
+    OutputFileStream os(path);
     os << m;
-    os.close();
-    if (!os) state.SkipWithError("write failed");
+    if (!os.close()) state.SkipWithError("write failed");
     growth = std::max(growth, double(ncds::bench::PeakRssBytes() - before) / kMatrixBytes);
   }
   std::remove(path.c_str());

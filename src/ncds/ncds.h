@@ -18,6 +18,7 @@
 #include "ncds/foundations/NCProgress.h"
 #include "ncds/foundations/NCSignals.h"
 #include "ncds/foundations/NCStringVector.h"
+#include "ncds/foundations/OutputFileStream.h"
 #include "ncds/foundations/OutputStreamDirectory.h"
 #include "ncds/foundations/ReadFromStreamDir.h"
 #include "ncds/foundations/SimpDateTime.h"

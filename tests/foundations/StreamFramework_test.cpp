@@ -379,22 +379,53 @@ TEST(StreamFramework, SeekableAndUnseekableStreamsReadTheSame) {
   CheckNested(bigPipe.bytes, big);
 }
 
+// Through the standard file stream and through the framework's own, whose large writes skip
+// its buffer and whose position queries do not flush: the bytes must be the same.
 TEST(StreamFramework, LargePayloadsStreamThroughFiles) {
-  ncds::test::TempFile file("large_payload.bin");
   std::vector<float> values(3 * 1000 * 1000);
   for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(i) * 0.5F;
-  {
-    std::ofstream os(file.path(), std::ios::binary);
+  const auto write = [&values](std::ostream& os) {
     OutputStreamDirectory dir(os, 3);
     WriteToStreamDir(std::string("before"), dir, 0);
     std::ostream& out = dir.GetOutput(1);
-    const std::uint64_t count = values.size();
-    WriteEightBytes(&count, 1, out);
-    WriteFourBytes(values.data(), values.size(), out);
+    {
+      OutputStreamDirectory inner(out, 2);  // a nested entry that spills too
+      std::ostream& payload = inner.GetOutput(1);
+      const std::uint64_t count = values.size();
+      WriteEightBytes(&count, 1, payload);
+      ReserveStreamSpace(payload, count * 4);
+      for (std::size_t k = 0; k < 3; ++k) {  // one large write, then many small ones
+        const std::size_t part = k == 0 ? values.size() / 2 : values.size() / 4;
+        const std::size_t at = k == 0 ? 0 : values.size() / 2 + (k - 1) * part;
+        if (k == 0) {
+          WriteFourBytes(values.data() + at, part, payload);
+        } else {
+          for (std::size_t i = 0; i < part; ++i) WriteFourBytes(&values[at + i], 1, payload);
+        }
+      }
+      EXPECT_TRUE(inner.Close());
+    }
     WriteToStreamDir(std::string("after"), dir, 2);
-    ASSERT_TRUE(dir.Close());
+    return dir.Close();
+  };
+  ncds::test::TempFile standard("large_payload_std.bin");
+  ncds::test::TempFile own("large_payload_own.bin");
+  {
+    std::ofstream os(standard.path(), std::ios::binary);
+    ASSERT_TRUE(write(os));
   }
-  std::ifstream is(file.path(), std::ios::binary);
+  {
+    OutputFileStream os(own.path());
+    ASSERT_TRUE(write(os));
+    ASSERT_TRUE(os.close());
+  }
+  const auto contents = [](const std::string& path) {
+    std::ifstream is(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(is), {});
+  };
+  EXPECT_EQ(contents(standard.path()), contents(own.path()));
+
+  std::ifstream is(own.path(), std::ios::binary);
   InputStreamDirectory dir(is);
   ASSERT_TRUE(dir.IsValid());
   std::string after;
@@ -402,14 +433,23 @@ TEST(StreamFramework, LargePayloadsStreamThroughFiles) {
   EXPECT_EQ(after, "after");
   std::istream* in = dir.GetInput(1);
   ASSERT_NE(in, nullptr);
+  InputStreamDirectory inner(*in);
+  std::istream* payload = inner.GetInput(1);
+  ASSERT_NE(payload, nullptr);
   std::uint64_t count = 0;
-  ReadEightBytes(&count, 1, *in);
+  ReadEightBytes(&count, 1, *payload);
   ASSERT_EQ(count, values.size());
-  EXPECT_EQ(StreamRemaining(*in), count * 4);
+  EXPECT_EQ(StreamRemaining(*payload), count * 4);
   std::vector<float> back(count);
-  ReadFourBytes(back.data(), back.size(), *in);
+  ReadFourBytes(back.data(), back.size(), *payload);
   EXPECT_EQ(back, values);
-  EXPECT_EQ(StreamRemaining(*in), 0U);
+  EXPECT_EQ(StreamRemaining(*payload), 0U);
+
+  OutputFileStream nowhere("/nonexistent-folder/file.bin");
+  EXPECT_FALSE(nowhere.is_open());
+  EXPECT_TRUE(nowhere.fail());
+  nowhere << NCDataVector<float>(3);
+  EXPECT_FALSE(nowhere.close());
 }
 
 TEST(StreamFramework, DamagedStreamsFailCleanly) {

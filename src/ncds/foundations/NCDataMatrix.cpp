@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ncds/foundations/Exception.h"
+#include "ncds/foundations/OutputFileStream.h"
 #include "ncds/foundations/StreamPrimitives.h"
 
 #if defined(__linux__)
@@ -486,8 +487,9 @@ bool NCDataMatrix<float>::VStreamableWrite(std::ostream& os) const {
   }
   static const char kZeros[kCellAlignment] = {};
   // The used columns are one contiguous run of the buffer.
-  return WriteBytes(&padding, 1, os) && WriteBytes(kZeros, padding, os) &&
-         WriteFourBytes(mData.get(), mRows * mColumns, os);
+  if (!WriteBytes(&padding, 1, os) || !WriteBytes(kZeros, padding, os)) return false;
+  ReserveStreamSpace(os, std::uint64_t{mRows} * mColumns * sizeof(float));
+  return WriteFourBytes(mData.get(), mRows * mColumns, os);
 }
 
 bool NCDataMatrix<float>::VStreamableStartRead(std::istream& is) {

@@ -31,6 +31,8 @@ class EntryStreamBuf : public std::streambuf {
   bool End();
 
   bool RootSeekable() const { return mRootSeekable; }
+  // The stream buffer this entry writes to.
+  std::streambuf* Parent() const { return mParent; }
 
  protected:
   int_type overflow(int_type c) override;
