@@ -1,0 +1,70 @@
+// Feeds arbitrary bytes to the readers of the variable and observation records and of the
+// selected labels, directly and polymorphically (a registered class name, then the record,
+// as the containers store them). Whatever reads must write and read back to the same bytes:
+// no crash, no hang, no allocation beyond what the input's size justifies.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "ncds/ncds.h"
+
+namespace {
+
+std::string Bytes(const VStreamBase& object) {
+  std::ostringstream os;
+  if (!(os << object)) std::abort();
+  return os.str();
+}
+
+// Reads `object` from `bytes`; when that works, its bytes must survive another round.
+void RoundTrip(const std::string& bytes, VStreamBase& object, VStreamBase& again) {
+  std::istringstream is(bytes);
+  if (!(is >> object)) return;
+  const std::string written = Bytes(object);
+  std::istringstream back(written);
+  if (!(back >> again) || Bytes(again) != written) std::abort();
+}
+
+template <class T>
+void RoundTrip(const std::string& bytes) {
+  T object;
+  T again;
+  RoundTrip(bytes, object, again);
+}
+
+void Polymorphic(const std::string& bytes) {
+  std::istringstream is(bytes);
+  std::string name;
+  try {
+    ReadBinaryString(name, is);
+  } catch (const VxStreamError&) {
+    return;
+  }
+  const auto* factory = OBJCREAT_Details::FactoryRepositoryBase::Instance().GetFactory(name);
+  if (!factory) return;
+  const std::unique_ptr<VStreamBase> object = factory->Create();
+  const std::unique_ptr<VStreamBase> again = factory->Create();
+  RoundTrip(bytes.substr(static_cast<std::size_t>(is.tellg())), *object, *again);
+  if (auto* variable = dynamic_cast<VariableInfo*>(object.get())) {
+    // Text and values of whatever kind was read.
+    const float value = variable->Encode(variable->GetUserID(1).c_str());
+    (void)variable->Decode(value);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  RoundTrip<VarObsInfo>(bytes);
+  RoundTrip<QuantitativeVariableInfo>(bytes);
+  RoundTrip<QualitativeVariableInfo>(bytes);
+  RoundTrip<ObservationInfo>(bytes);
+  RoundTrip<SelectedLabel>(bytes);
+  Polymorphic(bytes);
+  return 0;
+}
