@@ -21,10 +21,16 @@ InputStreamDirectory::InputStreamDirectory(std::istream& is) : mIs(is) {
 InputStreamDirectory::~InputStreamDirectory() { Close(); }
 
 bool InputStreamDirectory::Scan() {
-  if (!mIs) return false;
+  std::streambuf* buf = mIs.rdbuf();
+  if (!mIs || !buf) return false;
+  // Positions go through the buffer directly: a stream sentry per entry costs more than the
+  // entry itself in streams of small records.
+  const auto tell = [buf] {
+    return static_cast<std::streamoff>(buf->pubseekoff(0, std::ios_base::cur, std::ios_base::in));
+  };
   try {
     const std::uint64_t available = StreamRemaining(mIs);
-    const std::streamoff start = mIs.tellg();
+    const std::streamoff start = tell();
     if (start < 0 || available < 2) return false;
     const std::streamoff limit = start + static_cast<std::streamoff>(available);
     const std::uint64_t declared = ReadVarint(mIs);
@@ -41,14 +47,15 @@ bool InputStreamDirectory::Scan() {
       } else {
         length = ReadVarint(mIs);
       }
-      const std::streamoff pos = mIs.tellg();
+      const std::streamoff pos = tell();
       // The payload and at least the end mark after it must fit.
       if (pos < 0 || length >= static_cast<std::uint64_t>(limit - pos)) return false;
       mEntries.push_back(
           {static_cast<std::uint16_t>(tag), pos, static_cast<std::streamoff>(length)});
-      if (!mIs.seekg(pos + static_cast<std::streamoff>(length))) return false;
+      const std::streamoff next = pos + static_cast<std::streamoff>(length);
+      if (buf->pubseekpos(next, std::ios_base::in) != std::streampos(next)) return false;
     }
-    const std::streamoff pos = mIs.tellg();
+    const std::streamoff pos = tell();
     if (pos < 0) return false;
     mEnd = pos;
     return true;
@@ -85,6 +92,8 @@ void InputStreamDirectory::Close() {
   mWindows.clear();
   if (mValid) {
     mIs.clear(mIs.rdstate() & ~std::ios_base::eofbit);
-    mIs.seekg(mEnd);
+    if (!mIs.rdbuf() || mIs.rdbuf()->pubseekpos(mEnd, std::ios_base::in) != std::streampos(mEnd)) {
+      mIs.setstate(std::ios_base::failbit);
+    }
   }
 }

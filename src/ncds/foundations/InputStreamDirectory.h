@@ -14,10 +14,10 @@
 // calls it), which leaves the parent stream just after the directory. The parent stream
 // must be seekable. Not copyable.
 
+#include <boost/container/small_vector.hpp>
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
-#include <vector>
 
 #include "ncds/ncds_export.h"
 
@@ -60,8 +60,9 @@ class NCDS_EXPORT InputStreamDirectory {
   bool mClosed = false;
   int mDepth = 0;
   std::streamoff mEnd = 0;  // position just after the end mark
-  std::vector<Entry> mEntries;
-  std::vector<std::unique_ptr<ncds::detail::WindowStream>> mWindows;
+  // Records have a handful of entries: keep them inline, without a heap allocation.
+  boost::container::small_vector<Entry, 8> mEntries;
+  boost::container::small_vector<std::unique_ptr<ncds::detail::WindowStream>, 4> mWindows;
 };
 
 #endif  // NCDS_FOUNDATIONS_INPUTSTREAMDIRECTORY_H

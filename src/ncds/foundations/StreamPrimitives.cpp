@@ -14,11 +14,18 @@ namespace {
 using ncds::detail::kHostIsLittleEndian;
 using ncds::detail::ToLittleEndian;
 
+// Writes and reads go to the stream buffer directly: records are many small fields, and the
+// stream's sentry (state check, tied-stream flush) per field costs more than the copy.
+void PutBytes(const char* bytes, std::streamsize n, std::ostream& os) {
+  std::streambuf* buf = os.rdbuf();
+  if (!os.good() || !buf || buf->sputn(bytes, n) != n) os.setstate(std::ios_base::badbit);
+}
+
 bool WriteItems(const void* address, std::size_t width, std::size_t count, std::ostream& os) {
   if (count == 0) return static_cast<bool>(os);
   if (!address) return false;
   if constexpr (kHostIsLittleEndian) {
-    os.write(static_cast<const char*>(address), static_cast<std::streamsize>(width * count));
+    PutBytes(static_cast<const char*>(address), static_cast<std::streamsize>(width * count), os);
   } else {
     // Convert through a small buffer so that large arrays are not copied whole.
     char buf[4096];
@@ -28,7 +35,7 @@ bool WriteItems(const void* address, std::size_t width, std::size_t count, std::
       const std::size_t n = std::min(perChunk, count - done);
       std::copy(src + done * width, src + (done + n) * width, buf);
       ToLittleEndian(buf, width, n);
-      os.write(buf, static_cast<std::streamsize>(n * width));
+      PutBytes(buf, static_cast<std::streamsize>(n * width), os);
       done += n;
     }
   }
@@ -39,9 +46,9 @@ bool ReadItems(void* address, std::size_t width, std::size_t count, std::istream
   if (count == 0) return true;
   if (!address || count > std::numeric_limits<std::size_t>::max() / width) ThrowStreamReadError();
   const auto bytes = static_cast<std::streamsize>(width * count);
-  is.read(static_cast<char*>(address), bytes);
-  if (is.gcount() != bytes) {
-    is.setstate(std::ios_base::failbit);
+  std::streambuf* buf = is.rdbuf();
+  if (!is.good() || !buf || buf->sgetn(static_cast<char*>(address), bytes) != bytes) {
+    is.setstate(std::ios_base::eofbit | std::ios_base::failbit);
     ThrowStreamReadError();
   }
   ToLittleEndian(address, width, count);
