@@ -31,6 +31,7 @@
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/VxString.h"
 #include "ncds/foundations/VxTimeUtl.h"
+#include "ncds/metadata/DateTimeVariableInfo.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/QualitativeVariableInfo.h"
