@@ -1,7 +1,8 @@
-// Feeds arbitrary bytes to the readers of the variable and observation records and of the
-// selected labels, directly and polymorphically (a registered class name, then the record,
-// as the containers store them). Whatever reads must write and read back to the same bytes:
-// no crash, no hang, no allocation beyond what the input's size justifies.
+// Feeds arbitrary bytes to the readers of the variable (quantitative, qualitative, date-time)
+// and observation records and of the selected labels, directly and polymorphically (a
+// registered class name, then the record, as the containers store them). Whatever reads must
+// write and read back to the same bytes: no crash, no hang, no allocation beyond what the
+// input's size justifies.
 
 #include <cstddef>
 #include <cstdint>
@@ -63,6 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   RoundTrip<VarObsInfo>(bytes);
   RoundTrip<QuantitativeVariableInfo>(bytes);
   RoundTrip<QualitativeVariableInfo>(bytes);
+  RoundTrip<DateTimeVariableInfo>(bytes);
   RoundTrip<ObservationInfo>(bytes);
   RoundTrip<SelectedLabel>(bytes);
   Polymorphic(bytes);
