@@ -39,6 +39,9 @@ TEST(VarObsInfo, IndicesAreOneBasedAndBadOnesAreHarmless) {
   info.SetUserID("ignored", 0, nullptr);
   info.SetUserID(info.GetUserID(5), 5, nullptr);  // the same string object: no change
   EXPECT_EQ(info.GetUserID(5), "e");
+  VarObsInfo grown("a", 1);
+  grown.SetUserID(grown.GetUserID(1), 40, nullptr);  // its own ID, while the list grows
+  EXPECT_EQ(grown.GetUserID(40), "a");
   EXPECT_EQ(info.AddID("f"), 6);
   info.RemoveID(0);
   info.RemoveID(7);

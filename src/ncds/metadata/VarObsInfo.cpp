@@ -88,14 +88,20 @@ void VarObsInfo::RemoveID(int i) {
 
 void VarObsInfo::SetUserID(const std::string& id, int i, VarObs* owner) {
   if (i < 1) return;
-  if (static_cast<std::size_t>(i) > mIDs.size()) mIDs.resize(static_cast<std::size_t>(i));
   if (owner) {
     owner->ClearInfosByUserID();
     float number = 0.0F;
     if (VxString::ToFloat(id, number)) owner->SetIDIsNumeral(i, true);
   }
-  std::string& target = mIDs[static_cast<std::size_t>(i) - 1];
-  if (&target != &id) target = id;
+  const auto position = static_cast<std::size_t>(i) - 1;
+  if (position < mIDs.size()) {
+    if (&mIDs[position] != &id) mIDs[position] = id;
+    return;
+  }
+  // `id` may be one of this record's own IDs, which growing the list would move.
+  std::string value = id;
+  mIDs.resize(position + 1);
+  mIDs[position] = std::move(value);
 }
 
 void VarObsInfo::InsertID(int i, const char* id) {
