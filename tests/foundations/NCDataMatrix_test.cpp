@@ -20,16 +20,7 @@ using IndexVector = NCIntegralVector<int, -99>;
 using Model = std::vector<std::vector<float>>;  // [row][column], the obvious layout
 constexpr float kMissing = -99.0F;
 
-// A stream that cannot seek, so readers cannot learn how many bytes it still holds.
-class NonSeekableBuf : public std::streambuf {
- public:
-  explicit NonSeekableBuf(std::string bytes) : mBytes(std::move(bytes)) {
-    setg(mBytes.data(), mBytes.data(), mBytes.data() + mBytes.size());
-  }
-
- private:
-  std::string mBytes;
-};
+using ncds::test::NonSeekableBuf;
 
 IndexVector Of(std::initializer_list<int> values) {
   IndexVector v;

@@ -16,16 +16,7 @@ using Vector = NCDataVector<float>;
 constexpr float kMissing = -99.0F;
 const float kNaN = std::numeric_limits<float>::quiet_NaN();
 
-// A stream that cannot seek, so readers cannot learn how many bytes it still holds.
-class NonSeekableBuf : public std::streambuf {
- public:
-  explicit NonSeekableBuf(std::string bytes) : mBytes(std::move(bytes)) {
-    setg(mBytes.data(), mBytes.data(), mBytes.data() + mBytes.size());
-  }
-
- private:
-  std::string mBytes;
-};
+using ncds::test::NonSeekableBuf;
 
 Vector Of(std::initializer_list<float> values) {
   Vector v;

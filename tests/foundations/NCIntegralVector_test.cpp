@@ -14,16 +14,7 @@ using IndexVector = NCIntegralVector<int, -99>;
 using IdVector = NCIntegralVector<unsigned long, 0>;
 using FlagVector = NCIntegralVector<bool, 0>;
 
-// A stream that cannot seek, so readers cannot learn how many bytes it still holds.
-class NonSeekableBuf : public std::streambuf {
- public:
-  explicit NonSeekableBuf(std::string bytes) : mBytes(std::move(bytes)) {
-    setg(mBytes.data(), mBytes.data(), mBytes.data() + mBytes.size());
-  }
-
- private:
-  std::string mBytes;
-};
+using ncds::test::NonSeekableBuf;
 
 template <class T>
 std::string Bytes(const T& object) {

@@ -4,7 +4,9 @@
 // Helpers shared by the tests: temporary files and damaged copies of valid streams.
 
 #include <functional>
+#include <streambuf>
 #include <string>
+#include <utility>
 
 #include "ncds/foundations/VStreamBase.h"
 
@@ -29,6 +31,17 @@ class TempFile {
 void ForEachCorruption(const std::string& valid,
                        const std::function<void(const std::string&)>& check,
                        std::size_t maxFlips = 4096);
+
+// A stream that cannot seek, so readers cannot learn how many bytes it still holds.
+class NonSeekableBuf : public std::streambuf {
+ public:
+  explicit NonSeekableBuf(std::string bytes) : mBytes(std::move(bytes)) {
+    setg(mBytes.data(), mBytes.data(), mBytes.data() + mBytes.size());
+  }
+
+ private:
+  std::string mBytes;
+};
 
 // The bytes of `object` written through its stream operator.
 std::string WriteToString(const VStreamBase& object);
