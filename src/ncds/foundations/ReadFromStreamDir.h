@@ -106,6 +106,14 @@ void ReadValue(T& value, std::istream& is) {
 
 }  // namespace ncds::detail
 
+// The payload of a required entry whose form the caller reads itself; a missing entry throws
+// `VxStreamError` "ReadFromStreamDir failed." like `ReadFromStreamDir`.
+inline std::istream& GetRequiredInput(InputStreamDirectory& directory, std::uint16_t tag) {
+  std::istream* input = directory.GetInput(tag);
+  if (!input) ncds::detail::ThrowReadFromStreamDirFailed();
+  return *input;
+}
+
 template <class T>
 bool ReadFromStreamDir(T& target, InputStreamDirectory& directory, std::uint16_t tag,
                        bool required) {

@@ -313,9 +313,7 @@ bool DateTimeVariableInfo::ReadStreamDirectory(std::istream& is) {
     ReadFromStreamDir(parseFormat, directory, d::kTagParseFormat, true);
     ReadFromStreamDir(datasetFormat, directory, d::kTagDatasetFormat, true);
     ReadFromStreamDir(accuracy, directory, d::kTagAccuracy, true);
-    std::istream* input = directory.GetInput(d::kTagOffset);
-    if (!input) d::ThrowReadFromStreamDirFailed();
-    VxTimeUtl::ReadSimpDateTime(offset, *input);
+    VxTimeUtl::ReadSimpDateTime(offset, GetRequiredInput(directory, d::kTagOffset));
   } catch (const VxStreamError&) {
     ok = false;
   }

@@ -167,17 +167,16 @@ bool VarObsInfo::ReadStreamDirectory(std::istream& is) {
   InputStreamDirectory directory(is);
   bool ok = true;
   try {
-    std::istream* ids = directory.GetInput(ncds::detail::kTagIDs);
-    if (!ids) ncds::detail::ThrowReadFromStreamDirFailed();
+    std::istream& ids = GetRequiredInput(directory, ncds::detail::kTagIDs);
     std::uint32_t count = 0;
-    ReadFourBytes(&count, 1, *ids);
+    ReadFourBytes(&count, 1, ids);
     // Each ID takes at least its four-byte length.
-    RequireStreamBytes(*ids, std::uint64_t{count} * 4);
+    RequireStreamBytes(ids, std::uint64_t{count} * 4);
     std::vector<std::string> read;
     read.reserve(std::min<std::uint32_t>(count, 4096));
     for (std::uint32_t k = 0; k < count; ++k) {
       read.emplace_back();
-      ReadBinaryString(read.back(), *ids);
+      ReadBinaryString(read.back(), ids);
     }
     std::uint32_t uniqueID = 0;
     ReadFromStreamDir(uniqueID, directory, ncds::detail::kTagUniqueID, true);
