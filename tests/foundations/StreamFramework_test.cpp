@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "ncds/foundations/detail/DirectoryLayout.h"
 #include "ncds/ncds.h"
 #include "support/TestSupport.h"
 
@@ -247,12 +248,60 @@ TEST(StreamFramework, EntriesAreBoundedAndDirectoriesChecked) {
     EXPECT_EQ(neighbour, "neighbour");
   }
 
-  // Asking for a tag beyond the declared count, or twice, is a programming error.
+  // The declared count bounds the entries, not the tags: any 16-bit tag may be used once.
   std::stringstream out;
-  OutputStreamDirectory dir(out, 2);
-  EXPECT_THROW(dir.GetOutput(2), NCInternalError);
-  dir.GetOutput(1);
-  EXPECT_THROW(dir.GetOutput(1), NCInternalError);
+  {
+    OutputStreamDirectory dir(out, 2);
+    WriteToStreamDir(std::int32_t{7}, dir, 65535);
+    EXPECT_THROW(dir.GetOutput(65535), NCInternalError);
+    WriteToStreamDir(std::int32_t{8}, dir, 9);
+    EXPECT_THROW(dir.GetOutput(0), NCInternalError) << "a third entry in a directory of two";
+  }
+  {
+    InputStreamDirectory dir(out);
+    std::int32_t high = 0;
+    std::int32_t nine = 0;
+    EXPECT_TRUE(ReadFromStreamDir(nine, dir, 9, true));
+    EXPECT_TRUE(ReadFromStreamDir(high, dir, 65535, true));
+    EXPECT_EQ(high, 7);
+    EXPECT_EQ(nine, 8);
+    EXPECT_FALSE(dir.HasTag(0));
+  }
+  // A stream with more entries than it declares, or a tag twice, is refused; so is one with
+  // many entries where only the last two repeat a tag (found by the sorted check).
+  const auto directoryOf = [](std::uint64_t declared, const std::vector<std::uint16_t>& tags) {
+    std::stringstream bytes;
+    WriteVarint(declared, bytes);
+    for (std::uint16_t tag : tags) {
+      WriteVarint(ncds::detail::EntryKey(tag, false), bytes);
+      WriteVarint(1, bytes);
+      bytes.put('x');
+    }
+    WriteVarint(ncds::detail::kDirectoryEndKey, bytes);
+    return bytes.str();
+  };
+  std::vector<std::uint16_t> many(20);
+  for (std::uint16_t k = 0; k < many.size(); ++k) many[k] = static_cast<std::uint16_t>(k * 3);
+  const auto validity = [](const std::string& bytes, bool nested) {
+    std::stringstream in(bytes);
+    if (!nested) return InputStreamDirectory(in).IsValid();
+    // The same bytes as the entry of an outer directory: read whole from memory.
+    std::stringstream outer;
+    {
+      OutputStreamDirectory dir(outer, 1);
+      dir.GetOutput(0) << bytes;
+    }
+    InputStreamDirectory dir(outer);
+    return InputStreamDirectory(*dir.GetInput(0)).IsValid();
+  };
+  for (bool nested : {false, true}) {
+    EXPECT_TRUE(validity(directoryOf(20, many), nested));
+    EXPECT_FALSE(validity(directoryOf(19, many), nested));
+    EXPECT_FALSE(validity(directoryOf(3, {4, 1, 4}), nested));
+    many.back() = many.front();
+    EXPECT_FALSE(validity(directoryOf(20, many), nested));
+    many.back() = 57;
+  }
 
   // A huge count in a short stream fails at once instead of allocating.
   std::stringstream lie;

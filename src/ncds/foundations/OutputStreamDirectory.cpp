@@ -1,5 +1,6 @@
 #include "ncds/foundations/OutputStreamDirectory.h"
 
+#include <algorithm>
 #include <ostream>
 #include <string>
 
@@ -21,15 +22,14 @@ OutputStreamDirectory::OutputStreamDirectory(std::ostream& os, std::uint16_t num
 OutputStreamDirectory::~OutputStreamDirectory() { Close(); }
 
 std::ostream& OutputStreamDirectory::GetOutput(std::uint16_t tag) {
-  if (mClosed || tag >= mNumberOfTags) {
-    throw NCInternalError("stream directory tag " + std::to_string(tag) + " out of range");
+  if (mClosed || mWritten.size() >= mNumberOfTags) {
+    throw NCInternalError("stream directory tag " + std::to_string(tag) + " beyond " +
+                          std::to_string(mNumberOfTags) + " entries");
   }
-  if (tag < 256) {
-    std::uint64_t& bits = mWritten[tag / 64];
-    const std::uint64_t bit = std::uint64_t{1} << (tag % 64);
-    if (bits & bit) throw NCInternalError("stream directory tag " + std::to_string(tag) + " twice");
-    bits |= bit;
+  if (std::find(mWritten.begin(), mWritten.end(), tag) != mWritten.end()) {
+    throw NCInternalError("stream directory tag " + std::to_string(tag) + " twice");
   }
+  mWritten.push_back(tag);
   EndEntry();
   mEntry = ncds::detail::AcquireEntryStream();
   mEntry->buf.Begin(mOs.good() ? mOs.rdbuf() : nullptr, tag, mRootSeekable);

@@ -10,10 +10,12 @@
 // passes without a second copy (this needs a seekable stream underneath; otherwise payloads
 // are collected whole).
 //
+// The declared count is the most entries the directory may hold; a tag is any 16-bit number.
 // Ask for each tag at most once; tags never asked for are absent. The stream `GetOutput`
 // returns takes the entry's payload until the next `GetOutput` or `Close` (which the
 // destructor calls); write nothing to the parent stream meanwhile. Not copyable.
 
+#include <boost/container/small_vector.hpp>
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
@@ -31,8 +33,8 @@ class NCDS_EXPORT OutputStreamDirectory {
   OutputStreamDirectory(const OutputStreamDirectory&) = delete;
   OutputStreamDirectory& operator=(const OutputStreamDirectory&) = delete;
 
-  // The stream for the payload of `tag` (< the declared count, asked for once).
-  // Throws `NCInternalError` otherwise.
+  // The stream for the payload of `tag`, asked for once and within the declared count of
+  // entries. Throws `NCInternalError` otherwise.
   std::ostream& GetOutput(std::uint16_t tag);
 
   // Ends the last entry and writes the end mark; false when the stream failed.
@@ -46,7 +48,7 @@ class NCDS_EXPORT OutputStreamDirectory {
   bool mRootSeekable = false;
   bool mClosed = false;
   std::unique_ptr<ncds::detail::EntryStream> mEntry;
-  std::uint64_t mWritten[4] = {0, 0, 0, 0};  // tags 0..255 already used, as bits
+  boost::container::small_vector<std::uint16_t, 8> mWritten;  // tags already used
 };
 
 #endif  // NCDS_FOUNDATIONS_OUTPUTSTREAMDIRECTORY_H

@@ -47,6 +47,11 @@ bool ReadItems(void* address, std::size_t width, std::size_t count, std::istream
   if (!address || count > std::numeric_limits<std::size_t>::max() / width) ThrowStreamReadError();
   const auto bytes = static_cast<std::streamsize>(width * count);
   std::streambuf* buf = is.rdbuf();
+  if (auto* window = ncds::detail::AsWindow(buf);
+      window && is.good() && window->ReadBuffered(address, static_cast<std::size_t>(bytes))) {
+    ToLittleEndian(address, width, count);
+    return true;
+  }
   if (!is.good() || !buf || buf->sgetn(static_cast<char*>(address), bytes) != bytes) {
     is.setstate(std::ios_base::eofbit | std::ios_base::failbit);
     ThrowStreamReadError();
@@ -115,6 +120,15 @@ bool WriteBinaryString(const std::string& text, std::ostream& os) {
 bool ReadBinaryString(std::string& text, std::istream& is) {
   std::uint32_t length = 0;
   ReadFourBytes(&length, 1, is);
+  // A short string inside a window is taken from its buffer in one copy.
+  if (auto* window = ncds::detail::AsWindow(is.rdbuf()); window && length <= 4096) {
+    const auto [data, available] = window->Peek(length);
+    if (available >= static_cast<std::streamoff>(length)) {
+      text.assign(data, length);
+      window->Skip(length);
+      return true;
+    }
+  }
   // Short strings are the rule; only long ones are worth checking against the stream.
   if (length > 256) RequireStreamBytes(is, length);
   text.resize(length);
@@ -122,7 +136,7 @@ bool ReadBinaryString(std::string& text, std::istream& is) {
 }
 
 std::uint64_t StreamRemaining(std::istream& is) {
-  if (auto* window = dynamic_cast<ncds::detail::StreamWindow*>(is.rdbuf())) {
+  if (auto* window = ncds::detail::AsWindow(is.rdbuf())) {
     return static_cast<std::uint64_t>(std::max<std::streamoff>(window->Remaining(), 0));
   }
   std::streambuf* buf = is.rdbuf();

@@ -6,6 +6,8 @@
 
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/StreamPrimitives.h"
+#include "ncds/foundations/detail/Coding.h"
+#include "ncds/foundations/detail/StreamWindow.h"
 
 bool VStreamLight::WriteMagicStringAndVersionNumber(std::ostream& os, std::uint16_t version,
                                                     const std::string& magic) {
@@ -17,6 +19,21 @@ bool VStreamLight::WriteMagicStringAndVersionNumber(std::ostream& os, std::uint1
 
 bool VStreamLight::CheckMagicStringAndVersionNumber(std::istream& is, std::uint16_t& version,
                                                     const std::string& magic) {
+  // Inside a window the whole header is usually buffered: compare it in place.
+  if (auto* window = ncds::detail::AsWindow(is.rdbuf()); window && is.good()) {
+    const auto headerLength = static_cast<std::streamoff>(magic.size() + 3);
+    const auto [data, available] = window->Peek(headerLength);
+    if (available >= headerLength) {
+      if (static_cast<unsigned char>(data[0]) != magic.size() ||
+          std::memcmp(data + 1, magic.data(), magic.size()) != 0) {
+        return false;
+      }
+      version = ncds::detail::DecodeFixed<std::uint16_t>(
+          reinterpret_cast<const unsigned char*>(data) + 1 + magic.size());
+      window->Skip(headerLength);
+      return true;
+    }
+  }
   try {
     std::uint8_t length = 0;
     ReadBytes(&length, 1, is);

@@ -73,6 +73,18 @@ inline std::size_t EncodeVarint(unsigned char* dst, std::uint64_t value) {
   return n;
 }
 
+// Reads a varint from [`p`, `end`) and moves `p` past it; false when the bytes end first or
+// the number needs more than 64 bits of groups.
+inline bool DecodeVarint(const unsigned char*& p, const unsigned char* end, std::uint64_t& value) {
+  value = 0;
+  for (unsigned shift = 0; p < end && shift < 64; shift += 7) {
+    const std::uint64_t byte = *p++;
+    value |= (byte & 0x7F) << shift;
+    if (!(byte & 0x80)) return true;
+  }
+  return false;
+}
+
 inline std::size_t VarintLength(std::uint64_t value) {
   std::size_t n = 1;
   while (value >= 0x80) {

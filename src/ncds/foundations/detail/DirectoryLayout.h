@@ -3,7 +3,7 @@
 
 // The bytes of a stream directory, shared by its writer and its reader:
 //
-//   directory := varint(declared tag count) entry* varint(0)
+//   directory := varint(declared count) entry* varint(0)      (at most `declared count` entries)
 //   entry     := varint(key) length payload
 //   key       := (tag + 1) * 2 + long      (so no entry key is 0, the end mark)
 //   length    := varint(byte count)        when long = 0 (an entry written in one piece)

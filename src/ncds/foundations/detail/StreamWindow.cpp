@@ -20,6 +20,23 @@ void StreamWindow::Attach(std::streambuf* parent, std::streamoff begin, std::str
   setg(nullptr, nullptr, nullptr);
 }
 
+void StreamWindow::AttachMemory(const char* data, std::streamoff length, int depth) {
+  mParent = nullptr;
+  mBegin = 0;
+  mLength = length;
+  mDepth = depth;
+  mBufStart = 0;
+  // The get area is read-only in practice: nothing writes through a read buffer.
+  char* bytes = const_cast<char*>(data);
+  setg(bytes, bytes, bytes + length);
+}
+
+std::pair<const char*, std::streamoff> StreamWindow::Peek(std::streamoff want) {
+  const std::streamoff buffered = egptr() - gptr();
+  if (buffered < want && buffered < Remaining() && mParent) Refill(Position(), want);
+  return {gptr(), egptr() - gptr()};
+}
+
 bool StreamWindow::MoveTo(std::streamoff position) {
   if (position < 0 || position > mLength) return false;
   // Inside the buffered bytes only the read pointer moves.
@@ -32,19 +49,23 @@ bool StreamWindow::MoveTo(std::streamoff position) {
   return true;
 }
 
-StreamWindow::int_type StreamWindow::underflow() {
-  if (gptr() < egptr()) return traits_type::to_int_type(*gptr());
-  const std::streamoff pos = Position();
-  const std::streamoff want = std::min(kBufferSize, mLength - pos);
-  if (want <= 0 || !mParent) return traits_type::eof();
+bool StreamWindow::Refill(std::streamoff pos, std::streamoff want) {
+  want = std::min(std::max(want, kBufferSize), mLength - pos);
+  if (want <= 0 || !mParent) return false;
   if (mParent->pubseekpos(mBegin + pos, std::ios_base::in) != std::streampos(mBegin + pos)) {
-    return traits_type::eof();
+    return false;
   }
   if (static_cast<std::streamoff>(mBuffer.size()) < want) mBuffer.resize(want);
   const std::streamsize got = mParent->sgetn(mBuffer.data(), want);
-  if (got <= 0) return traits_type::eof();
+  if (got <= 0) return false;
   mBufStart = pos;
   setg(mBuffer.data(), mBuffer.data(), mBuffer.data() + got);
+  return true;
+}
+
+StreamWindow::int_type StreamWindow::underflow() {
+  if (gptr() < egptr()) return traits_type::to_int_type(*gptr());
+  if (!Refill(Position(), kBufferSize)) return traits_type::eof();
   return traits_type::to_int_type(*gptr());
 }
 
@@ -105,34 +126,23 @@ StreamWindow::pos_type StreamWindow::seekpos(pos_type pos, std::ios_base::openmo
   return seekoff(off_type(pos), std::ios_base::beg, which);
 }
 
-namespace {
-
-// Windows of this thread that are free for reuse.
-struct WindowPool {
-  std::vector<std::unique_ptr<WindowStream>> free;
-};
-
-WindowPool& Pool() {
+WindowPool& WindowPool::OfThisThread() {
   thread_local WindowPool pool;
   return pool;
 }
 
-}  // namespace
-
-std::unique_ptr<WindowStream> AcquireWindowStream() {
-  auto& pool = Pool().free;
-  if (pool.empty()) return std::make_unique<WindowStream>();
-  std::unique_ptr<WindowStream> ws = std::move(pool.back());
-  pool.pop_back();
+std::unique_ptr<WindowStream> WindowPool::Acquire() {
+  if (mFree.empty()) return std::make_unique<WindowStream>();
+  std::unique_ptr<WindowStream> ws = std::move(mFree.back());
+  mFree.pop_back();
   return ws;
 }
 
-void ReleaseWindowStream(std::unique_ptr<WindowStream> ws) {
+void WindowPool::Release(std::unique_ptr<WindowStream> ws) {
   if (!ws) return;
   ws->window.Attach(nullptr, 0, 0, 0);
   ws->stream.clear();
-  auto& pool = Pool().free;
-  if (pool.size() < 256) pool.push_back(std::move(ws));
+  if (mFree.size() < 256) mFree.push_back(std::move(ws));
 }
 
 }  // namespace ncds::detail

@@ -1,25 +1,47 @@
 #ifndef NCDS_FOUNDATIONS_DETAIL_STREAMWINDOW_H
 #define NCDS_FOUNDATIONS_DETAIL_STREAMWINDOW_H
 
-// A read-only view of a byte range of another stream buffer: the sub-stream of one directory
-// entry. Reads cannot pass the end of the range, so a damaged entry cannot make its reader
-// consume its neighbours, and nested directories know their own size. Small reads are
-// buffered; a large read goes straight from the parent into the caller's memory.
+// A read-only view of a byte range: the sub-stream of one directory entry. Reads cannot pass
+// the end of the range, so a damaged entry cannot make its reader consume its neighbours, and
+// nested directories know their own size.
+//
+// A window shows either a range of a parent stream buffer (small reads are buffered; a large
+// read goes straight from the parent into the caller's memory) or bytes already in memory,
+// which it reads in place (the entries of a small directory that was read whole).
 // Internal to the stream framework.
 
 #include <cstdint>
+#include <cstring>
 #include <istream>
 #include <memory>
 #include <streambuf>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 namespace ncds::detail {
 
-class StreamWindow : public std::streambuf {
+class StreamWindow final : public std::streambuf {
  public:
   // Shows `length` bytes of `parent` starting at absolute position `begin`. `depth` counts
   // the windows between this one and the outermost stream.
   void Attach(std::streambuf* parent, std::streamoff begin, std::streamoff length, int depth);
+  // Shows the `length` bytes at `data`, which must stay unchanged while the window shows them.
+  void AttachMemory(const char* data, std::streamoff length, int depth);
+
+  // The bytes from the read position on, at least min(`want`, Remaining()) of them in one
+  // piece (the buffer is refilled when fewer are buffered). Valid until the next read.
+  std::pair<const char*, std::streamoff> Peek(std::streamoff want);
+  // Moves the read position `n` bytes on, within what `Peek` returned.
+  void Skip(std::streamoff n) { setg(eback(), gptr() + n, egptr()); }
+  // Copies `n` bytes to `dst` when they are buffered; false (nothing read) otherwise. The fast
+  // path of the primitive readers: the fields of a record are a few bytes each.
+  bool ReadBuffered(void* dst, std::size_t n) {
+    if (static_cast<std::size_t>(egptr() - gptr()) < n) return false;
+    std::memcpy(dst, gptr(), n);
+    setg(eback(), gptr() + n, egptr());
+    return true;
+  }
 
   std::streamoff Length() const { return mLength; }
   std::streamoff Position() const { return mBufStart + (gptr() - eback()); }
@@ -36,6 +58,8 @@ class StreamWindow : public std::streambuf {
 
  private:
   bool MoveTo(std::streamoff position);
+  // Fills the buffer with up to `want` bytes from window position `pos`; false at the end.
+  bool Refill(std::streamoff pos, std::streamoff want);
 
   std::streambuf* mParent = nullptr;
   std::streamoff mBegin = 0;
@@ -45,6 +69,12 @@ class StreamWindow : public std::streambuf {
   std::vector<char> mBuffer;
 };
 
+// `buf` as a window, or nullptr. A type comparison, cheaper than a cast: directories ask it
+// once for every record they read.
+inline StreamWindow* AsWindow(std::streambuf* buf) {
+  return buf && typeid(*buf) == typeid(StreamWindow) ? static_cast<StreamWindow*>(buf) : nullptr;
+}
+
 // A window with its istream, handed out by the thread's pool so that reading many small
 // records does not construct a stream per entry.
 struct WindowStream {
@@ -52,8 +82,17 @@ struct WindowStream {
   std::istream stream{&window};
 };
 
-std::unique_ptr<WindowStream> AcquireWindowStream();
-void ReleaseWindowStream(std::unique_ptr<WindowStream> ws);
+// The windows of one thread that are free for reuse. A directory asks for its thread's pool
+// once and takes and returns all its windows there.
+class WindowPool {
+ public:
+  static WindowPool& OfThisThread();
+  std::unique_ptr<WindowStream> Acquire();
+  void Release(std::unique_ptr<WindowStream> ws);
+
+ private:
+  std::vector<std::unique_ptr<WindowStream>> mFree;
+};
 
 }  // namespace ncds::detail
 
