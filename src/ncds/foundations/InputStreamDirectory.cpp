@@ -62,7 +62,7 @@ InputStreamDirectory::ScanResult InputStreamDirectory::ScanInMemory(
     if (!DecodeVarint(p, end, key)) return ScanResult::kUndecided;
     if (key == ncds::detail::kDirectoryEndKey) break;
     const std::uint64_t tag = (key >> 1) - 1;
-    if (tag > 0xFFFF || mEntries.size() >= mNumberOfTags) return ScanResult::kUndecided;
+    if (tag > 0xFFFF) return ScanResult::kUndecided;
     std::uint64_t length = 0;
     if (key & 1) {
       if (end - p < 8) return ScanResult::kUndecided;
@@ -73,8 +73,7 @@ InputStreamDirectory::ScanResult InputStreamDirectory::ScanInMemory(
     }
     // The payload and at least the end mark after it must be here.
     if (length >= static_cast<std::uint64_t>(end - p)) return ScanResult::kUndecided;
-    mEntries.push_back({static_cast<std::uint16_t>(tag), static_cast<std::streamoff>(p - begin),
-                        static_cast<std::streamoff>(length)});
+    if (!AddEntry(tag, p - begin, length)) return ScanResult::kUndecided;
     p += length;
   }
   const auto used = static_cast<std::streamoff>(p - begin);
@@ -104,7 +103,7 @@ bool InputStreamDirectory::Scan() {
       const std::uint64_t key = ReadVarint(mIs);
       if (key == ncds::detail::kDirectoryEndKey) break;
       const std::uint64_t tag = (key >> 1) - 1;
-      if (tag > 0xFFFF || mEntries.size() >= mNumberOfTags) return false;
+      if (tag > 0xFFFF) return false;
       std::uint64_t length = 0;
       if (key & 1) {
         ReadEightBytes(&length, 1, mIs);
@@ -114,8 +113,7 @@ bool InputStreamDirectory::Scan() {
       const std::streamoff pos = tell();
       // The payload and at least the end mark after it must fit.
       if (pos < 0 || length >= static_cast<std::uint64_t>(limit - pos)) return false;
-      mEntries.push_back(
-          {static_cast<std::uint16_t>(tag), pos, static_cast<std::streamoff>(length)});
+      if (!AddEntry(tag, pos, length)) return false;
       const std::streamoff next = pos + static_cast<std::streamoff>(length);
       if (buf->pubseekpos(next, std::ios_base::in) != std::streampos(next)) return false;
     }
@@ -128,21 +126,28 @@ bool InputStreamDirectory::Scan() {
   }
 }
 
-bool InputStreamDirectory::HasUniqueTags() {
-  const auto byTag = [](const Entry& a, const Entry& b) { return a.tag < b.tag; };
-  const auto sameTag = [](const Entry& a, const Entry& b) { return a.tag == b.tag; };
-  if (mEntries.size() <= ncds::detail::kLinearEntries) {
-    for (auto i = mEntries.begin(); i != mEntries.end(); ++i) {
-      if (std::find_if(i + 1, mEntries.end(), [&](const Entry& e) { return sameTag(*i, e); }) !=
-          mEntries.end()) {
-        return false;
-      }
+bool InputStreamDirectory::AddEntry(std::uint64_t tag, std::streamoff offset,
+                                    std::uint64_t length) {
+  if (mEntries.size() >= mNumberOfTags) return false;
+  const auto shortTag = static_cast<std::uint16_t>(tag);
+  // A few entries are checked for a repeated tag here; many are sorted and checked at the end.
+  if (mEntries.size() < ncds::detail::kLinearEntries) {
+    for (const Entry& e : mEntries) {
+      if (e.tag == shortTag) return false;
     }
-    return true;
   }
-  std::sort(mEntries.begin(), mEntries.end(), byTag);
+  mEntries.push_back({shortTag, offset, static_cast<std::streamoff>(length)});
+  return true;
+}
+
+bool InputStreamDirectory::HasUniqueTags() {
+  if (mEntries.size() <= ncds::detail::kLinearEntries) return true;
+  std::sort(mEntries.begin(), mEntries.end(),
+            [](const Entry& a, const Entry& b) { return a.tag < b.tag; });
   mSortedByTag = true;
-  return std::adjacent_find(mEntries.begin(), mEntries.end(), sameTag) == mEntries.end();
+  return std::adjacent_find(mEntries.begin(), mEntries.end(), [](const Entry& a, const Entry& b) {
+           return a.tag == b.tag;
+         }) == mEntries.end();
 }
 
 const InputStreamDirectory::Entry* InputStreamDirectory::Find(std::uint16_t tag) const {

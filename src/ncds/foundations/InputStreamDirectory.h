@@ -61,6 +61,10 @@ class NCDS_EXPORT InputStreamDirectory {
 
   ScanResult ScanInMemory(ncds::detail::StreamWindow& window);
   bool Scan();
+  // Appends an entry; false when the directory holds its declared count already or the tag
+  // repeats one of the first few.
+  bool AddEntry(std::uint64_t tag, std::streamoff offset, std::uint64_t length);
+  // Whether no tag repeats (sorting many entries by tag to find out).
   bool HasUniqueTags();
   const Entry* Find(std::uint16_t tag) const;
 

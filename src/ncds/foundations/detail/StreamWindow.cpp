@@ -127,7 +127,9 @@ StreamWindow::pos_type StreamWindow::seekpos(pos_type pos, std::ios_base::openmo
 }
 
 WindowPool& WindowPool::OfThisThread() {
-  thread_local WindowPool pool;
+  // Every directory asks for it: the initial-exec model makes that one load from the thread
+  // pointer instead of a call into the dynamic linker.
+  static thread_local WindowPool pool __attribute__((tls_model("initial-exec")));
   return pool;
 }
 
@@ -141,7 +143,7 @@ std::unique_ptr<WindowStream> WindowPool::Acquire() {
 void WindowPool::Release(std::unique_ptr<WindowStream> ws) {
   if (!ws) return;
   ws->window.Attach(nullptr, 0, 0, 0);
-  ws->stream.clear();
+  if (!ws->stream.good()) ws->stream.clear();
   if (mFree.size() < 256) mFree.push_back(std::move(ws));
 }
 
