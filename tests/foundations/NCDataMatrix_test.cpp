@@ -89,7 +89,7 @@ TEST(NCDataMatrix, EditsAgreeWithPlainModel) {
   Matrix m;
   for (int step = 0; step < 600; ++step) {
     const std::size_t rows = model.size();
-    switch (pick(9)) {
+    switch (pick(10)) {
       case 0: {  // InsertRows
         const std::size_t at = pick(rows), count = pick(4);
         m.InsertRows(at, count);
@@ -181,6 +181,13 @@ TEST(NCDataMatrix, EditsAgreeWithPlainModel) {
         columns *= 2;
         break;
       }
+      case 9: {  // ReserveRows, then rows appended into the room (or past it)
+        m.ReserveRows(rows + pick(8));
+        const std::size_t count = pick(5);
+        m.InsertRows(rows, count);
+        model.insert(model.end(), count, std::vector<float>(columns, kMissing));
+        break;
+      }
       default: {  // SetColumn
         if (columns == 0) break;
         const std::size_t j = pick(columns - 1);
@@ -196,6 +203,10 @@ TEST(NCDataMatrix, EditsAgreeWithPlainModel) {
       columns = 20;
     }
     ASSERT_NO_FATAL_FAILURE(ExpectSame(m, model, columns)) << "after step " << step;
+    // Spare rows never reach the stream: the bytes are those of a packed copy.
+    if (step % 50 == 0) {
+      ASSERT_EQ(Bytes(m), Bytes(Matrix(m))) << "after step " << step;
+    }
   }
 }
 
@@ -284,6 +295,31 @@ TEST(NCDataMatrix, ReservedColumnsAppendWithoutMoving) {
     last = grown.ColumnData(0);
   }
   EXPECT_LT(moves, 20u);
+
+  // Rows appended in small steps move the columns a logarithmic number of times, and so do
+  // columns appended after them; reserved rows are not moved at all.
+  Matrix tall(0, 3);
+  moves = 0;
+  last = nullptr;
+  for (int step = 0; step < 1000; ++step) {
+    tall.InsertRows(tall.SizeRows(), 7);
+    tall(tall.SizeRows() - 1, 2) = float(step);
+    if (tall.ColumnData(0) != last) ++moves;
+    last = tall.ColumnData(0);
+    if (step % 100 == 0) tall.InsertColumns(tall.SizeColumns(), 1);
+  }
+  EXPECT_LT(moves, 40u);
+  EXPECT_EQ(tall.SizeRows(), 7000u);
+  EXPECT_EQ(tall(6999, 2, 0.0F), 999.0F);
+  EXPECT_EQ(tall(6999, 3, 0.0F), kMissing);
+  Matrix reserved(5, 2, 1.0F);
+  reserved.ReserveRows(500);
+  EXPECT_EQ(reserved.CapacityRows(), 500u);
+  const float* start = reserved.ColumnData(1);
+  reserved.InsertRows(5, 495);
+  EXPECT_EQ(reserved.ColumnData(1), start);
+  EXPECT_EQ(reserved(4, 1, 0.0F), 1.0F);
+  EXPECT_EQ(reserved(5, 1, 0.0F), kMissing);
 
   // Checked reads and column access out of range.
   EXPECT_EQ(m(1010, 0, -5.0F), -5.0F);

@@ -110,6 +110,7 @@ NCDataMatrix<float>::NCDataMatrix(std::size_t rows, std::size_t columns, float v
     : mData(Allocate(CellCount(rows, columns))),
       mCapacity(rows * columns),
       mRows(rows),
+      mStride(rows),
       mColumns(columns) {
   std::fill(mData.get(), mData.get() + mCapacity, value);
 }
@@ -119,8 +120,17 @@ NCDataMatrix<float>::NCDataMatrix(const NCDataMatrix& other)
       mData(Allocate(other.mRows * other.mColumns)),
       mCapacity(other.mRows * other.mColumns),
       mRows(other.mRows),
+      mStride(other.mRows),
       mColumns(other.mColumns) {
-  if (mCapacity != 0) std::memcpy(mData.get(), other.mData.get(), mCapacity * sizeof(float));
+  if (mCapacity == 0) return;
+  if (other.mStride == mRows) {
+    std::memcpy(mData.get(), other.mData.get(), mCapacity * sizeof(float));
+    return;
+  }
+  for (std::size_t j = 0; j < mColumns; ++j) {
+    std::memcpy(mData.get() + j * mRows, other.mData.get() + j * other.mStride,
+                mRows * sizeof(float));
+  }
 }
 
 NCDataMatrix<float>::NCDataMatrix(NCDataMatrix&& other) noexcept
@@ -128,6 +138,7 @@ NCDataMatrix<float>::NCDataMatrix(NCDataMatrix&& other) noexcept
       mData(std::move(other.mData)),
       mCapacity(std::exchange(other.mCapacity, 0)),
       mRows(std::exchange(other.mRows, 0)),
+      mStride(std::exchange(other.mStride, 0)),
       mColumns(std::exchange(other.mColumns, 0)),
       mReservedColumns(std::exchange(other.mReservedColumns, 0)) {}
 
@@ -146,6 +157,7 @@ NCDataMatrix<float>& NCDataMatrix<float>::operator=(NCDataMatrix&& other) noexce
     mData = std::move(other.mData);
     mCapacity = std::exchange(other.mCapacity, 0);
     mRows = std::exchange(other.mRows, 0);
+    mStride = std::exchange(other.mStride, 0);
     mColumns = std::exchange(other.mColumns, 0);
     mReservedColumns = std::exchange(other.mReservedColumns, 0);
   }
@@ -155,26 +167,54 @@ NCDataMatrix<float>& NCDataMatrix<float>::operator=(NCDataMatrix&& other) noexce
 NCDataMatrix<float>::~NCDataMatrix() = default;
 
 std::size_t NCDataMatrix<float>::CapacityColumns() const {
-  return mRows == 0 ? std::numeric_limits<std::size_t>::max() : mCapacity / mRows;
+  return mStride == 0 ? std::numeric_limits<std::size_t>::max() : mCapacity / mStride;
 }
 
 const float* NCDataMatrix<float>::ColumnData(std::size_t column) const {
-  return column < mColumns && mRows != 0 ? mData.get() + column * mRows : nullptr;
+  return column < mColumns && mRows != 0 ? mData.get() + column * mStride : nullptr;
 }
 
 float* NCDataMatrix<float>::ColumnData(std::size_t column) {
-  return column < mColumns && mRows != 0 ? mData.get() + column * mRows : nullptr;
+  return column < mColumns && mRows != 0 ? mData.get() + column * mStride : nullptr;
 }
 
 void NCDataMatrix<float>::EnsureColumns(std::size_t columns, bool geometric) {
   const std::size_t capacity = CapacityColumns();
   if (columns <= capacity) return;
   const std::size_t grown = geometric ? std::max(columns, capacity * 2) : columns;
-  const std::size_t cells = CellCount(mRows, grown);
+  const std::size_t cells = CellCount(mStride, grown);
   CellBuffer buffer = Allocate(cells);
-  if (mColumns != 0) std::memcpy(buffer.get(), mData.get(), mRows * mColumns * sizeof(float));
+  if (mColumns != 0) std::memcpy(buffer.get(), mData.get(), mStride * mColumns * sizeof(float));
   mData = std::move(buffer);
   mCapacity = cells;
+}
+
+void NCDataMatrix<float>::Restride(std::size_t stride) {
+  if (stride == mStride) return;
+  const std::size_t wanted = CellCount(stride, std::max(mColumns, mReservedColumns));
+  const std::size_t rows = std::min(mRows, stride);
+  if (wanted <= mCapacity) {
+    // Columns that move up go last first, columns that move down first first, so that no
+    // column is overwritten before it has moved.
+    float* const base = mData.get();
+    if (stride > mStride) {
+      for (std::size_t j = mColumns; j-- > 0;) {
+        std::memmove(base + j * stride, base + j * mStride, rows * sizeof(float));
+      }
+    } else {
+      for (std::size_t j = 0; j < mColumns; ++j) {
+        std::memmove(base + j * stride, base + j * mStride, rows * sizeof(float));
+      }
+    }
+  } else {
+    CellBuffer buffer = Allocate(wanted);
+    for (std::size_t j = 0; j < mColumns && rows != 0; ++j) {
+      std::memcpy(buffer.get() + j * stride, mData.get() + j * mStride, rows * sizeof(float));
+    }
+    mData = std::move(buffer);
+    mCapacity = wanted;
+  }
+  mStride = stride;
 }
 
 void NCDataMatrix<float>::Resize(std::size_t rows, std::size_t columns) {
@@ -194,7 +234,7 @@ void NCDataMatrix<float>::Resize(std::size_t rows, std::size_t columns) {
 
 void NCDataMatrix<float>::Clear() {
   mData.reset();
-  mCapacity = mRows = mColumns = mReservedColumns = 0;
+  mCapacity = mRows = mStride = mColumns = mReservedColumns = 0;
 }
 
 NCDataVector<float> NCDataMatrix<float>::GetColumn(std::size_t column) const {
@@ -227,7 +267,7 @@ void NCDataMatrix<float>::InsertRow(std::size_t position, const NCDataVector<flo
     if (adopt) mColumns = 0;
     throw;
   }
-  for (std::size_t j = 0; j < mColumns; ++j) mData[j * mRows + position] = row[j];
+  for (std::size_t j = 0; j < mColumns; ++j) mData[j * mStride + position] = row[j];
 }
 
 void NCDataMatrix<float>::InsertRows(std::size_t position, std::size_t count) {
@@ -237,30 +277,19 @@ void NCDataMatrix<float>::InsertRows(std::size_t position, std::size_t count) {
     throw InvalidArgument("NCDataMatrix::InsertRows: too many rows");
   }
   const std::size_t rows = mRows + count;
+  if (rows > mStride) {
+    // Rows appended in steps make room geometrically, so that each row costs a constant
+    // share of the moves; rows inserted elsewhere take just the room they need.
+    const std::size_t grown = position == mRows && mRows != 0 ? std::max(rows, 2 * mStride) : rows;
+    CellCount(grown, std::max(mColumns, mReservedColumns));  // refuse before changing anything
+    Restride(grown);
+  }
   const std::size_t tail = mRows - position;
-  const std::size_t wanted = CellCount(rows, std::max(mColumns, mReservedColumns));
-  if (wanted <= mCapacity) {
-    // In place, last column first: every column moves to a higher offset, so a column is
-    // never overwritten before it has moved.
-    for (std::size_t j = mColumns; j-- > 0;) {
-      float* from = mData.get() + j * mRows;
-      float* to = mData.get() + j * rows;
-      std::memmove(to + position + count, from + position, tail * sizeof(float));
-      std::memmove(to, from, position * sizeof(float));
-      FillMissing(to + position, count);
-    }
-  } else {
-    CellBuffer buffer = Allocate(wanted);
-    for (std::size_t j = 0; j < mColumns; ++j) {
-      float* to = buffer.get() + j * rows;
-      FillMissing(to + position, count);
-      if (mRows == 0) continue;  // nothing to keep, and no buffer yet
-      const float* from = mData.get() + j * mRows;
-      std::memcpy(to, from, position * sizeof(float));
-      std::memcpy(to + position + count, from + position, tail * sizeof(float));
-    }
-    mData = std::move(buffer);
-    mCapacity = wanted;
+  float* const base = mData.get();
+  for (std::size_t j = 0; j < mColumns; ++j) {
+    float* column = base + j * mStride;
+    std::memmove(column + position + count, column + position, tail * sizeof(float));
+    FillMissing(column + position, count);
   }
   mRows = rows;
 }
@@ -273,11 +302,11 @@ void NCDataMatrix<float>::InsertColumn(std::size_t position, const NCDataVector<
                           " rows");
   }
   CheckPosition(position, mColumns, "column", "InsertColumn");
-  if (adopt) mRows = column.size();
+  if (adopt) mRows = mStride = column.size();
   try {
     InsertColumns(position, 1);
   } catch (...) {
-    if (adopt) mRows = 0;
+    if (adopt) mRows = mStride = 0;
     throw;
   }
   if (mRows != 0) std::memcpy(ColumnData(position), column.data(), mRows * sizeof(float));
@@ -290,10 +319,10 @@ void NCDataMatrix<float>::InsertColumns(std::size_t position, std::size_t count)
     throw InvalidArgument("NCDataMatrix::InsertColumns: too many columns");
   }
   EnsureColumns(mColumns + count, true);
-  if (mRows != 0) {
-    float* gap = mData.get() + position * mRows;
-    std::memmove(gap + count * mRows, gap, (mColumns - position) * mRows * sizeof(float));
-    FillMissing(gap, count * mRows);
+  if (mStride != 0) {
+    float* gap = mData.get() + position * mStride;
+    std::memmove(gap + count * mStride, gap, (mColumns - position) * mStride * sizeof(float));
+    FillMissing(gap, count * mStride);
   }
   mColumns += count;
 }
@@ -307,10 +336,10 @@ void NCDataMatrix<float>::CompactRows(const RowRun* runs, std::size_t runCount, 
   constexpr std::size_t kBlock = 8;
   constexpr std::size_t kShortRun = 64;
   float* const base = mData.get();
-  const float* const end = base + mRows * mColumns;
+  const float* const end = base + mStride * mColumns;
   float* to = base;
   for (std::size_t j = 0; j < mColumns; ++j) {
-    const float* column = base + j * mRows;
+    const float* column = base + j * mStride;
     for (std::size_t r = 0; r < runCount; ++r) {
       const float* from = column + runs[r].from;
       const std::size_t count = runs[r].count;
@@ -326,6 +355,7 @@ void NCDataMatrix<float>::CompactRows(const RowRun* runs, std::size_t runCount, 
     }
   }
   mRows = rows;
+  mStride = rows;
 }
 
 void NCDataMatrix<float>::RemoveRows(std::size_t position, std::size_t count) {
@@ -361,9 +391,10 @@ void NCDataMatrix<float>::RemoveRows(const NCIntegralVector<int, -99>& rows) {
 void NCDataMatrix<float>::RemoveColumns(std::size_t position, std::size_t count) {
   CheckRange(position, count, mColumns, "columns", "RemoveColumns");
   if (count == 0) return;
-  if (mRows != 0) {
-    float* gap = mData.get() + position * mRows;
-    std::memmove(gap, gap + count * mRows, (mColumns - position - count) * mRows * sizeof(float));
+  if (mStride != 0) {
+    float* gap = mData.get() + position * mStride;
+    std::memmove(gap, gap + count * mStride,
+                 (mColumns - position - count) * mStride * sizeof(float));
   }
   mColumns -= count;
 }
@@ -378,7 +409,7 @@ void NCDataMatrix<float>::ReduceRows(const NCIntegralVector<int, -99>& order) {
     CellBuffer scratch = Allocate(rows);
     float* const base = mData.get();
     for (std::size_t j = 0; j < mColumns; ++j) {
-      const float* from = base + j * mRows;
+      const float* from = base + j * mStride;
       for (std::size_t i = 0; i < rows; ++i) scratch[i] = from[source[i]];
       if (rows != 0) std::memcpy(base + j * rows, scratch.get(), rows * sizeof(float));
     }
@@ -386,7 +417,7 @@ void NCDataMatrix<float>::ReduceRows(const NCIntegralVector<int, -99>& order) {
     const std::size_t cells = CellCount(rows, std::max(mColumns, mReservedColumns));
     CellBuffer buffer = Allocate(cells);
     for (std::size_t j = 0; j < mColumns; ++j) {
-      const float* from = mData.get() + j * mRows;
+      const float* from = mData.get() + j * mStride;
       float* to = buffer.get() + j * rows;
       for (std::size_t i = 0; i < rows; ++i) to[i] = from[source[i]];
     }
@@ -394,6 +425,7 @@ void NCDataMatrix<float>::ReduceRows(const NCIntegralVector<int, -99>& order) {
     mCapacity = cells;
   }
   mRows = rows;
+  mStride = rows;
 }
 
 void NCDataMatrix<float>::ReduceColumns(const NCIntegralVector<int, -99>& columns) {
@@ -403,18 +435,23 @@ void NCDataMatrix<float>::ReduceColumns(const NCIntegralVector<int, -99>& column
   CellBuffer buffer = Allocate(cells);
   if (mRows != 0) {
     for (std::size_t k = 0; k < count; ++k) {
-      std::memcpy(buffer.get() + k * mRows, mData.get() + columns.data()[k] * mRows,
+      std::memcpy(buffer.get() + k * mRows, mData.get() + columns.data()[k] * mStride,
                   mRows * sizeof(float));
     }
   }
   mData = std::move(buffer);
   mCapacity = cells;
+  mStride = mRows;
   mColumns = count;
 }
 
 void NCDataMatrix<float>::ReserveColumns(std::size_t count) {
   EnsureColumns(count, false);
   mReservedColumns = count;
+}
+
+void NCDataMatrix<float>::ReserveRows(std::size_t count) {
+  if (count > mStride) Restride(count);
 }
 
 void NCDataMatrix<float>::ConcatColumns(const NCDataMatrix& other) {
@@ -428,16 +465,17 @@ void NCDataMatrix<float>::ConcatColumns(const NCDataMatrix& other) {
     throw InvalidArgument("NCDataMatrix::ConcatColumns: too many columns");
   }
   const std::size_t added = other.mColumns;
-  if (adopt) mRows = other.mRows;
+  if (adopt) mRows = mStride = other.mRows;
   try {
     EnsureColumns(mColumns + added, true);
   } catch (...) {
-    if (adopt) mRows = 0;
+    if (adopt) mRows = mStride = 0;
     throw;
   }
   // Taken after the growth: `other` may be this matrix.
-  if (mRows != 0) {
-    std::memcpy(mData.get() + mColumns * mRows, other.mData.get(), added * mRows * sizeof(float));
+  for (std::size_t k = 0; k < added && mRows != 0; ++k) {
+    std::memcpy(mData.get() + (mColumns + k) * mStride, other.mData.get() + k * other.mStride,
+                mRows * sizeof(float));
   }
   mColumns += added;
 }
@@ -456,7 +494,7 @@ NCDataVector<float> NCDataMatrix<float>::operator*(const NCDataVector<float>& we
   for (std::size_t j = 0; j < mColumns; ++j) {
     const double weight = weights[j];
     if (weight == 0.0) continue;
-    const float* column = mData.get() + j * mRows;
+    const float* column = mData.get() + j * mStride;
     for (std::size_t i = 0; i < mRows; ++i) {
       const bool isMissing = column[i] == kMissing;
       missing[i] |= static_cast<unsigned char>(isMissing);
@@ -486,10 +524,14 @@ bool NCDataMatrix<float>::VStreamableWrite(std::ostream& os) const {
     padding = static_cast<std::uint8_t>((kCellAlignment - next % kCellAlignment) % kCellAlignment);
   }
   static const char kZeros[kCellAlignment] = {};
-  // The used columns are one contiguous run of the buffer.
   if (!WriteBytes(&padding, 1, os) || !WriteBytes(kZeros, padding, os)) return false;
   ReserveStreamSpace(os, std::uint64_t{mRows} * mColumns * sizeof(float));
-  return WriteFourBytes(mData.get(), mRows * mColumns, os);
+  // Without spare rows the used columns are one contiguous run of the buffer.
+  if (mStride == mRows) return WriteFourBytes(mData.get(), mRows * mColumns, os);
+  for (std::size_t j = 0; j < mColumns; ++j) {
+    if (!WriteFourBytes(mData.get() + j * mStride, mRows, os)) return false;
+  }
+  return static_cast<bool>(os);
 }
 
 bool NCDataMatrix<float>::VStreamableStartRead(std::istream& is) {
@@ -547,7 +589,7 @@ bool NCDataMatrix<float>::ReadBody(std::istream& is) {
       have += n;
     }
   }
-  mRows = rows;
+  mRows = mStride = rows;
   mColumns = columns;
   mReservedColumns = 0;
   return true;

@@ -18,8 +18,10 @@ class NCDataMatrix;
 // A dense matrix of single-precision values, rows by columns (observations by variables when
 // it holds a dataset); -99 marks a missing cell and every cell a resize or insertion creates.
 // The matrix owns its cells in one column-major buffer: column j is a contiguous run of
-// SizeRows() floats at ColumnData(j), and the used columns follow one another without a gap,
-// with spare room for more columns after them (ReserveColumns). Copies own their own cells.
+// SizeRows() floats at ColumnData(j). Columns start CapacityRows() floats apart, so that rows
+// can be appended without moving the columns (ReserveRows; appending rows also makes room
+// geometrically), and there is spare room for more columns after the last (ReserveColumns).
+// Copies own their own cells and hold no spare room.
 // Positions are 0-based. Mutators check their arguments first and throw `InvalidArgument`
 // with the matrix unchanged; element reads with a fallback never throw.
 //
@@ -45,8 +47,10 @@ class NCDS_EXPORT NCDataMatrix<float> : public virtual VStreamBase {
 
   std::size_t SizeRows() const { return mRows; }
   std::size_t SizeColumns() const { return mColumns; }
-  // Columns the buffer holds at the current row count before it must grow.
+  // Columns the buffer holds at the current row capacity before it must grow.
   std::size_t CapacityColumns() const;
+  // Rows each column holds before appending rows must move the columns.
+  std::size_t CapacityRows() const { return mStride; }
 
   // Keeps the cells that remain inside the new shape; new cells are missing.
   void Resize(std::size_t rows, std::size_t columns);
@@ -55,12 +59,12 @@ class NCDS_EXPORT NCDataMatrix<float> : public virtual VStreamBase {
 
   // The cell at (row, column), or `fallback` when either is out of range.
   float operator()(std::size_t row, std::size_t column, float fallback) const {
-    return row < mRows && column < mColumns ? mData[column * mRows + row] : fallback;
+    return row < mRows && column < mColumns ? mData[column * mStride + row] : fallback;
   }
   // Unchecked access; `row` and `column` must be in range.
-  float& operator()(std::size_t row, std::size_t column) { return mData[column * mRows + row]; }
+  float& operator()(std::size_t row, std::size_t column) { return mData[column * mStride + row]; }
   const float& operator()(std::size_t row, std::size_t column) const {
-    return mData[column * mRows + row];
+    return mData[column * mStride + row];
   }
   // The SizeRows() cells of `column`, or nullptr when it is out of range or the matrix has
   // no rows. Valid until the shape or the capacity changes.
@@ -95,6 +99,9 @@ class NCDS_EXPORT NCDataMatrix<float> : public virtual VStreamBase {
   // Makes room for `count` columns, so that appending up to that many costs one column copy
   // each. The reservation also holds when rows are added later.
   void ReserveColumns(std::size_t count);
+  // Makes room for `count` rows in every column, so that appending rows up to that many moves
+  // no column. Operations that reorder or remove rows give the room up again.
+  void ReserveRows(std::size_t count);
   // Appends the columns of `other`, which must have as many rows (or this matrix is 0 x 0).
   void ConcatColumns(const NCDataMatrix& other);
 
@@ -131,8 +138,11 @@ class NCDS_EXPORT NCDataMatrix<float> : public virtual VStreamBase {
 
   bool VStreamableWrite(std::ostream& os) const;
   bool ReadBody(std::istream& is);
-  // Grows the buffer to hold `columns` columns at the current row count.
+  // Grows the buffer to hold `columns` columns at the current row capacity.
   void EnsureColumns(std::size_t columns, bool geometric);
+  // Moves the columns `stride` floats apart (at least SizeRows()), in place when the buffer
+  // holds max(columns, reserved columns) of them, else into a new buffer.
+  void Restride(std::size_t stride);
   // Moves the listed runs of rows of every column to the front, in order, and sets the row
   // count to their total.
   void CompactRows(const RowRun* runs, std::size_t runCount, std::size_t rows);
@@ -140,6 +150,7 @@ class NCDS_EXPORT NCDataMatrix<float> : public virtual VStreamBase {
   CellBuffer mData;
   std::size_t mCapacity = 0;  // floats allocated
   std::size_t mRows = 0;
+  std::size_t mStride = 0;  // floats from one column's start to the next's, >= mRows
   std::size_t mColumns = 0;
   std::size_t mReservedColumns = 0;  // the last ReserveColumns, kept when rows change
   VStreamGuard mGuard;
