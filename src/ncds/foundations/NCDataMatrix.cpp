@@ -86,6 +86,29 @@ const VStreamableData NCDataMatrix<float>::msVStreamData(1, "NCDataMatrix");
 
 void NCDataMatrix<float>::FreeCells::operator()(float* cells) const noexcept { std::free(cells); }
 
+namespace {
+
+// Asks for transparent huge pages over the whole 2 MiB pages inside a large buffer.
+void AdviseHugePages([[maybe_unused]] void* cells, [[maybe_unused]] std::size_t bytes) {
+#if defined(__linux__)
+  if (bytes < kHugePageMinimum) return;
+  const auto start = reinterpret_cast<std::uintptr_t>(cells);
+  const std::uintptr_t first = (start + kHugePageBytes - 1) & ~(kHugePageBytes - 1);
+  const std::uintptr_t last = (start + bytes) & ~(kHugePageBytes - 1);
+  if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+#endif
+}
+
+// `cells` grown or shrunk to `count` floats, keeping its contents; the old buffer is kept (and
+// std::bad_alloc thrown) when there is no memory.
+float* Reallocate(float* cells, std::size_t count) {
+  void* moved = std::realloc(cells, count * sizeof(float));
+  if (!moved) throw std::bad_alloc();
+  return static_cast<float*>(moved);
+}
+
+}  // namespace
+
 NCDataMatrix<float>::CellBuffer NCDataMatrix<float>::Allocate(std::size_t count) {
   if (count == 0) return nullptr;
   const std::size_t bytes = count * sizeof(float);
@@ -95,7 +118,7 @@ NCDataMatrix<float>::CellBuffer NCDataMatrix<float>::Allocate(std::size_t count)
   // takes one fault per 2 MiB instead of per 4 KiB, and whole-column passes miss the TLB less.
   if (bytes >= kHugePageMinimum) {
     if (posix_memalign(&cells, kHugePageBytes, bytes) != 0) throw std::bad_alloc();
-    madvise(cells, bytes, MADV_HUGEPAGE);
+    AdviseHugePages(cells, bytes);
     return CellBuffer(static_cast<float*>(cells));
   }
 #endif
@@ -183,9 +206,15 @@ void NCDataMatrix<float>::EnsureColumns(std::size_t columns, bool geometric) {
   if (columns <= capacity) return;
   const std::size_t grown = geometric ? std::max(columns, capacity * 2) : columns;
   const std::size_t cells = CellCount(mStride, grown);
-  CellBuffer buffer = Allocate(cells);
-  if (mColumns != 0) std::memcpy(buffer.get(), mData.get(), mStride * mColumns * sizeof(float));
-  mData = std::move(buffer);
+  if (!mData) {
+    mData = Allocate(cells);
+  } else {
+    // The columns stay where they are: extend the buffer in place (a large one by moving its
+    // pages, not its bytes).
+    float* extended = Reallocate(mData.get(), cells);
+    (void)mData.release();
+    mData.reset(extended);
+  }
   mCapacity = cells;
 }
 
@@ -193,6 +222,15 @@ void NCDataMatrix<float>::Restride(std::size_t stride) {
   if (stride == mStride) return;
   const std::size_t wanted = CellCount(stride, std::max(mColumns, mReservedColumns));
   const std::size_t rows = std::min(mRows, stride);
+  if (wanted > mCapacity && stride > mStride && mData) {
+    // Growing: extend the buffer where it lies and spread the columns inside it. For a large
+    // buffer the system moves its pages instead of copying them, and only the new room is
+    // touched for the first time, so the peak is the new size rather than old plus new.
+    float* grown = Reallocate(mData.get(), wanted);
+    (void)mData.release();
+    mData.reset(grown);
+    mCapacity = wanted;
+  }
   if (wanted <= mCapacity) {
     // Columns that move up go last first, columns that move down first first, so that no
     // column is overwritten before it has moved.
