@@ -1,8 +1,8 @@
 // Feeds arbitrary bytes to the readers of the variable (quantitative, qualitative, date-time)
 // and observation records and of the selected labels, directly and polymorphically (a
-// registered class name, then the record, as the containers store them). Whatever reads must
-// write and read back to the same bytes: no crash, no hang, no allocation beyond what the
-// input's size justifies.
+// registered class name, then the record, as the containers store them), and to the readers
+// of the variable and observation containers. Whatever reads must write and read back to the
+// same bytes: no crash, no hang, no allocation beyond what the input's size justifies.
 
 #include <cstddef>
 #include <cstdint>
@@ -37,6 +37,25 @@ void RoundTrip(const std::string& bytes) {
   RoundTrip(bytes, object, again);
 }
 
+// Containers also answer lookups by user ID over whatever they read: every record's primary
+// ID finds a record with that ID (the one with the smallest unique ID when several share it).
+template <class T>
+void Container(const std::string& bytes) {
+  T container;
+  T again;
+  RoundTrip(bytes, container, again);
+  const boost::shared_ptr<InfosByUserID> lookup = container.GetInfosByUserID(1);
+  for (const auto& record : container) {
+    const std::string& id = record.second->GetUserID(1);
+    if (id.empty()) continue;
+    const VarObsInfo* found = lookup->GetInfo(id);
+    if (!found || VxStdString::CompareNoCase(found->GetUserID(1), id) != 0 ||
+        found->GetUniqueID() > record.first) {
+      std::abort();
+    }
+  }
+}
+
 void Polymorphic(const std::string& bytes) {
   std::istringstream is(bytes);
   std::string name;
@@ -67,6 +86,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   RoundTrip<DateTimeVariableInfo>(bytes);
   RoundTrip<ObservationInfo>(bytes);
   RoundTrip<SelectedLabel>(bytes);
+  Container<NCVariables>(bytes);
+  Container<NCObservations>(bytes);
   Polymorphic(bytes);
   return 0;
 }

@@ -31,7 +31,10 @@
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/VxString.h"
 #include "ncds/foundations/VxTimeUtl.h"
+#include "ncds/metadata/AliasAccess.h"
 #include "ncds/metadata/DateTimeVariableInfo.h"
+#include "ncds/metadata/InfosByUserID.h"
+#include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/QualitativeVariableInfo.h"
@@ -41,6 +44,7 @@
 #include "ncds/metadata/VarObs.h"
 #include "ncds/metadata/VarObsInfo.h"
 #include "ncds/metadata/VarObsInfoAccess.h"
+#include "ncds/metadata/VarObsInfoVector.h"
 #include "ncds/metadata/VariableInfo.h"
 
 #endif  // NCDS_NCDS_H
