@@ -11,24 +11,13 @@
 #include <sstream>
 #include <string>
 
+#include "FuzzRoundTrip.h"
 #include "ncds/ncds.h"
 
 namespace {
 
-std::string Bytes(const VStreamBase& object) {
-  std::ostringstream os;
-  if (!(os << object)) std::abort();
-  return os.str();
-}
-
-// Reads `object` from `bytes`; when that works, its bytes must survive another round.
-void RoundTrip(const std::string& bytes, VStreamBase& object, VStreamBase& again) {
-  std::istringstream is(bytes);
-  if (!(is >> object)) return;
-  const std::string written = Bytes(object);
-  std::istringstream back(written);
-  if (!(back >> again) || Bytes(again) != written) std::abort();
-}
+using ncds::fuzz::Bytes;
+using ncds::fuzz::RoundTrip;
 
 template <class T>
 void RoundTrip(const std::string& bytes) {

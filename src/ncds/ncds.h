@@ -3,6 +3,20 @@
 
 // Every public header of the library.
 
+#include "ncds/batch/BatchImportSettings.h"
+#include "ncds/batch/BatchInfo.h"
+#include "ncds/batch/BatchInfoVector.h"
+#include "ncds/batch/ClassInfo.h"
+#include "ncds/batch/ClassInfoVector.h"
+#include "ncds/batch/ColumnConcatenateInfo.h"
+#include "ncds/dataset/NCDataContainer.h"
+#include "ncds/dataset/NCDataContainerBase.h"
+#include "ncds/dataset/NCDataSet.h"
+#include "ncds/dataset/NCFullDataContainerBase.h"
+#include "ncds/dataset/NCProjectBase.h"
+#include "ncds/dataset/TrimdVarStruct.h"
+#include "ncds/dataset/UniqueIDFactory.h"
+#include "ncds/derived/DSGenVarData.h"
 #include "ncds/foundations/BoolVector.h"
 #include "ncds/foundations/DatasetMergeInfo.h"
 #include "ncds/foundations/DateTimeFormatter.h"
@@ -46,5 +60,6 @@
 #include "ncds/metadata/VarObsInfoAccess.h"
 #include "ncds/metadata/VarObsInfoVector.h"
 #include "ncds/metadata/VariableInfo.h"
+#include "ncds/project/NCProject.h"
 
 #endif  // NCDS_NCDS_H

@@ -33,8 +33,9 @@ class NCDS_EXPORT Exception : public std::exception {
 
 class NCDS_EXPORT NCError : public Exception {
  public:
-  // Severity of an error; the library refuses user data at `Error`.
-  enum Level { Information = 0, Warning = 1, Error = 2, Fatal = 3 };
+  // Severity of an error; the library refuses user data at `Error`, and reports data that
+  // contradicts itself (a row without its record) at `Inconsistency`.
+  enum Level { Information = 0, Warning = 1, Error = 2, Fatal = 3, Inconsistency = 4 };
 
   explicit NCError(ExceptionMessage message, Level level = Error);
   NCError(ExceptionMessageList messages, Level level);

@@ -13,6 +13,7 @@
 #include "ncds/foundations/StreamPrimitives.h"
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/VxString.h"
+#include "ncds/foundations/detail/OneBased.h"
 #include "ncds/metadata/VarObs.h"
 
 namespace ncds::detail {
@@ -21,13 +22,6 @@ namespace {
 constexpr std::int16_t kVersion = 3;
 constexpr std::uint16_t kTagIDs = 0;
 constexpr std::uint16_t kTagUniqueID = 1;
-
-// Position in the ID list of the 1-based index `i`, when `i` is within 1..count.
-bool ToPosition(int i, std::size_t count, std::size_t& position) {
-  if (i < 1 || static_cast<std::size_t>(i) > count) return false;
-  position = static_cast<std::size_t>(i) - 1;
-  return true;
-}
 
 }  // namespace
 }  // namespace ncds::detail

@@ -1,0 +1,72 @@
+// Feeds arbitrary bytes to the readers of the phase and batch records, the batch vector, the
+// import settings, the column concatenation and the bare phase-list form that owners keep
+// under one tag. Whatever reads must write and read back to the same bytes: no crash, no
+// hang, no allocation beyond what the input's size justifies.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "FuzzRoundTrip.h"
+#include "ncds/ncds.h"
+
+namespace {
+
+using ncds::fuzz::Bytes;
+using ncds::fuzz::RoundTrip;
+
+std::string PhaseListBytes(const ClassInfoVector& phases) {
+  std::ostringstream os;
+  if (!phases.WriteToStream(os)) std::abort();
+  return os.str();
+}
+
+void PhaseList(const std::string& bytes) {
+  std::istringstream is(bytes);
+  std::unique_ptr<ClassInfoVector> phases;
+  try {
+    phases = ClassInfoVector::ReadFromStream(is);
+  } catch (const VxStreamError&) {
+    return;
+  }
+  const std::string written = PhaseListBytes(*phases);
+  std::istringstream back(written);
+  const auto again = ClassInfoVector::ReadFromStream(back);
+  if (*again != *phases || PhaseListBytes(*again) != written) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  {
+    ClassInfo object("");
+    ClassInfo again("");
+    RoundTrip(bytes, object, again);
+  }
+  {
+    BatchInfo object("");
+    BatchInfo again("");
+    RoundTrip(bytes, object, again);
+  }
+  {
+    BatchInfoVector object;
+    BatchInfoVector again;
+    RoundTrip(bytes, object, again);
+  }
+  {
+    BatchImportSettings object;
+    BatchImportSettings again;
+    RoundTrip(bytes, object, again);
+  }
+  {
+    ColumnConcatenateInfo object;
+    ColumnConcatenateInfo again;
+    RoundTrip(bytes, object, again);
+  }
+  PhaseList(bytes);
+  return 0;
+}

@@ -1,0 +1,3 @@
+#include "ncds/dataset/NCProjectBase.h"
+
+NCProjectBase::~NCProjectBase() = default;
