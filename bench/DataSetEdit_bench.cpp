@@ -121,6 +121,7 @@ void BM_DataSetAddVariablesOneAtATime(benchmark::State& state) {
 }
 BENCHMARK(BM_DataSetAddVariablesOneAtATime)
     ->Arg(1000)
+    ->Arg(2500)
     ->Arg(10000)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
