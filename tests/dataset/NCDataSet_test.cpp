@@ -274,3 +274,53 @@ TEST(NCDataSet, ModelRolesAndGeneratedVariables) {
   primary->ChangeVarID(Import::kLot, 1);
   EXPECT_EQ(primary->GetVarID(1), Import::kTemp) << "dataset 1 keeps its variable IDs";
 }
+
+TEST(NCDataSet, NewDataSetAndItsSourceAndStructure) {
+  auto project = NCProject::Create();
+  const auto dataSet = NCDataSet::Create(project, 2);
+  EXPECT_EQ(dataSet->SizeVariables(), 0);
+  EXPECT_EQ(dataSet->SizeObservations(), 0);
+  EXPECT_EQ(dataSet->GetDataType(), 1);
+  EXPECT_EQ(dataSet->GetSourceID(), NCUniqueIDs::kNone);
+  EXPECT_EQ(dataSet->GetUsedObsAliases(), std::vector<int>{1});
+  EXPECT_EQ(dataSet->GetUsedVarAliases(), std::vector<int>{1});
+  EXPECT_FALSE(dataSet->IsDirty());
+  EXPECT_EQ(dataSet->GetStrValue(1, 1), "");
+  EXPECT_EQ(dataSet->GetVariableID(1, 1), "");
+
+  dataSet->SetSource(1, 5);
+  EXPECT_EQ(dataSet->GetSourceID(), NCUniqueIDs::kNone) << "an ordinary dataset has no source";
+  EXPECT_TRUE(dataSet->IsDirty());
+  dataSet->SetSource(2, 5);
+  EXPECT_EQ(dataSet->GetSourceID(), 5U);
+  dataSet->SetSource(16, 5);
+  dataSet->SetSource(2, 6);
+  EXPECT_EQ(dataSet->GetDataType(), 18) << "the kind bit is kept";
+
+  // Batches make a batch dataset, a copy of what was given; none make it ordinary again.
+  auto plain = NCDataSet::Create(project, 3);
+  BatchInfoVector batches;
+  batches.push_back(boost::make_shared<BatchInfo>("B1"));
+  plain->SetBatchInfoVecDirty();
+  plain->SetBatchInfoVector(&batches);
+  EXPECT_FALSE(plain->IsBatchInfoVecDirty());
+  EXPECT_EQ(plain->GetDataType(), 1 | 32);
+  batches.push_back(boost::make_shared<BatchInfo>("B2"));
+  EXPECT_EQ(plain->GetBatchInfoVector()->size(), 1U);
+  plain->SetBatchInfoVector(nullptr);
+  EXPECT_EQ(plain->GetBatchInfoVector(), nullptr);
+  EXPECT_EQ(plain->GetDataType(), 1);
+
+  ClassInfoVector phases;
+  phases.push_back(boost::make_shared<ClassInfo>("P1"));
+  plain->SetPhaseInfoVector(&phases);
+  phases.front()->SetPhaseName("renamed");
+  EXPECT_EQ(plain->GetPhaseInfoVector()->front()->GetPhaseName(), "P1");
+  plain->SetPhaseInfoVector(nullptr);
+  EXPECT_EQ(plain->GetPhaseInfoVector(), nullptr);
+
+  // A dataset outlives its project without harm: saving does nothing.
+  project.reset();
+  plain->Save();
+  EXPECT_EQ(plain->GetProject(), nullptr);
+}

@@ -206,6 +206,9 @@ TEST(NCDataMatrix, EditsAgreeWithPlainModel) {
     // Spare rows never reach the stream: the bytes are those of a packed copy.
     if (step % 50 == 0) {
       ASSERT_EQ(Bytes(m), Bytes(Matrix(m))) << "after step " << step;
+      Matrix same(m.SizeRows(), m.SizeColumns());
+      same = m;  // copied into its own cells, from columns with spare rows
+      ASSERT_TRUE(Identical(same, m)) << "after step " << step;
     }
   }
 }

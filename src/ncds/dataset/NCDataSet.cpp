@@ -1,7 +1,6 @@
 #include "ncds/dataset/NCDataSet.h"
 
 #include <boost/make_shared.hpp>
-#include <cstring>
 #include <set>
 #include <utility>
 
@@ -54,6 +53,21 @@ NCIntegralVector<int, -99> CheckedRemovalList(const NCIntegralVector<int, -99>* 
     zeroBased(k) = static_cast<int>(at);
   }
   return zeroBased;
+}
+
+// The 0-based positions of 0..`size`-1 that `removed` (0-based, ascending) does not list.
+NCIntegralVector<int, -99> KeptPositions(std::size_t size,
+                                         const NCIntegralVector<int, -99>& removed) {
+  NCIntegralVector<int, -99> kept;
+  kept.reserve(size - removed.size());
+  for (std::size_t at = 0, k = 0; at < size; ++at) {
+    if (k < removed.size() && static_cast<std::size_t>(removed[k]) == at) {
+      ++k;
+    } else {
+      kept.push_back(static_cast<int>(at));
+    }
+  }
+  return kept;
 }
 
 // `count` primary IDs based on `base` that no record of `records` has and that differ from
@@ -246,20 +260,9 @@ bool NCDataSet::RemoveVariable(NCIntegralVector<int, -99>* positions, bool confi
   }
   if (removed.empty()) return true;
   // The kept columns, in one pass over the matrix.
-  NCIntegralVector<int, -99> kept;
-  kept.reserve(mVarIDs.size() - removed.size());
-  NCIntegralVector<unsigned long, 0> keptIDs;
-  keptIDs.reserve(mVarIDs.size() - removed.size());
-  for (std::size_t j = 0, k = 0; j < mVarIDs.size(); ++j) {
-    if (k < removed.size() && static_cast<std::size_t>(removed[k]) == j) {
-      ++k;
-      continue;
-    }
-    kept.push_back(static_cast<int>(j));
-    keptIDs.push_back(mVarIDs[j]);
-  }
+  const NCIntegralVector<int, -99> kept = ncds::detail::KeptPositions(mVarIDs.size(), removed);
   mData.ReduceColumns(kept);
-  mVarIDs = std::move(keptIDs);
+  mVarIDs.Reduce(kept);
   NCSignals::RaiseVarObsDeleted(this);
   return true;
 }
@@ -277,15 +280,9 @@ bool NCDataSet::RemoveObservation(NCIntegralVector<int, -99>* positions, bool co
   if (removed.empty()) return true;
   mData.RemoveRows(removed);
   // The records stay with the project; the dataset drops its pointers, in one pass.
-  std::size_t to = 0;
-  for (std::size_t from = 0, k = 0; from < mObsInfos.size(); ++from) {
-    if (k < removed.size() && static_cast<std::size_t>(removed[k]) == from) {
-      ++k;
-      continue;
-    }
-    mObsInfos(to++) = mObsInfos[from];
-  }
-  mObsInfos.resize(to);
+  const NCIntegralVector<int, -99> kept = ncds::detail::KeptPositions(mObsInfos.size(), removed);
+  for (std::size_t to = 0; to < kept.size(); ++to) mObsInfos(to) = mObsInfos[kept[to]];
+  mObsInfos.resize(kept.size());
   NCSignals::RaiseVarObsDeleted(this);
   return true;
 }
@@ -370,12 +367,7 @@ bool NCDataSet::SetValues(const NCDataMatrix<float>* data) {
                           std::to_string(mVarIDs.size()) + " dataset");
   }
   if (!AskChange(&mVarIDs, false)) return false;
-  // Same shape: copy into the cells in place, without a new buffer to fault in.
-  if (data != &mData) {
-    for (std::size_t j = 0; j < mVarIDs.size() && !mObsInfos.empty(); ++j) {
-      std::memcpy(mData.ColumnData(j), data->ColumnData(j), mObsInfos.size() * sizeof(float));
-    }
-  }
+  mData = *data;  // same shape: copied into the cells in place
   mDirty = true;
   NCSignals::RaiseDataSetValuesChanged(this);
   return true;

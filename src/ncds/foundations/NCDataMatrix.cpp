@@ -166,7 +166,16 @@ NCDataMatrix<float>::NCDataMatrix(NCDataMatrix&& other) noexcept
       mReservedColumns(std::exchange(other.mReservedColumns, 0)) {}
 
 NCDataMatrix<float>& NCDataMatrix<float>::operator=(const NCDataMatrix& other) {
-  if (this != &other) {
+  if (this == &other) return *this;
+  if (mRows == other.mRows && mColumns == other.mColumns) {
+    // Same shape: copy into our own cells, with no new buffer to allocate and fault in.
+    for (std::size_t j = 0; j < mColumns && mRows != 0; ++j) {
+      std::memcpy(mData.get() + j * mStride, other.mData.get() + j * other.mStride,
+                  mRows * sizeof(float));
+    }
+    return *this;
+  }
+  {
     // Release our cells before taking the copy's, so that the peak is one matrix less.
     Clear();
     NCDataMatrix copy(other);

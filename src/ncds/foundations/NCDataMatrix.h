@@ -39,8 +39,9 @@ class NCDS_EXPORT NCDataMatrix<float> : public virtual VStreamBase {
   NCDataMatrix(std::size_t rows, std::size_t columns, float value = kMissing);
   NCDataMatrix(const NCDataMatrix& other);
   NCDataMatrix(NCDataMatrix&& other) noexcept;
-  // Releases the old cells before copying, so the peak is one matrix less; should the copy
-  // fail for lack of memory, the matrix is left empty.
+  // A matrix of the same shape copies into its own cells; otherwise the old cells are
+  // released before copying, so the peak is one matrix less, and should the copy fail for
+  // lack of memory the matrix is left empty.
   NCDataMatrix& operator=(const NCDataMatrix& other);
   NCDataMatrix& operator=(NCDataMatrix&& other) noexcept;
   ~NCDataMatrix() override;
