@@ -1,7 +1,8 @@
 // Feeds arbitrary bytes to the readers of the variable (quantitative, qualitative, date-time)
 // and observation records and of the selected labels, directly and polymorphically (a
 // registered class name, then the record, as the containers store them), and to the readers
-// of the variable and observation containers. Whatever reads must write and read back to the
+// of the variable and observation containers; observation records also from inside a
+// directory entry. Whatever reads must write and read back to the
 // same bytes: no crash, no hang, no allocation beyond what the input's size justifies.
 
 #include <cstddef>
@@ -45,6 +46,27 @@ void Container(const std::string& bytes) {
   }
 }
 
+// Records inside a directory entry may be decoded from its buffer rather than through the
+// streams: both ways must agree on whether the bytes read and on what they read.
+template <class T>
+void BothWays(const std::string& bytes) {
+  T direct;
+  std::istringstream plain(bytes);
+  const bool directOk = static_cast<bool>(plain >> direct);
+
+  std::ostringstream wrapped;
+  {
+    OutputStreamDirectory directory(wrapped, 1);
+    directory.GetOutput(0).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  }
+  std::istringstream is(wrapped.str());
+  InputStreamDirectory directory(is);
+  std::istream* entry = directory.GetInput(0);
+  T windowed;
+  const bool windowedOk = entry && static_cast<bool>(*entry >> windowed);
+  if (directOk != windowedOk || (directOk && Bytes(direct) != Bytes(windowed))) std::abort();
+}
+
 void Polymorphic(const std::string& bytes) {
   std::istringstream is(bytes);
   std::string name;
@@ -74,6 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   RoundTrip<QualitativeVariableInfo>(bytes);
   RoundTrip<DateTimeVariableInfo>(bytes);
   RoundTrip<ObservationInfo>(bytes);
+  BothWays<ObservationInfo>(bytes);
   RoundTrip<SelectedLabel>(bytes);
   Container<NCVariables>(bytes);
   Container<NCObservations>(bytes);

@@ -92,4 +92,75 @@ TEST(ObservationInfo, DamagedStreamsFailCleanly) {
   }
 }
 
+// Reads `bytes` as the records of one directory entry, as containers store them; the records
+// there may be decoded straight from the entry's buffer.
+bool ReadInsideEntry(const std::string& bytes, std::vector<ObservationInfo>& records) {
+  std::ostringstream os;
+  {
+    OutputStreamDirectory directory(os, 1);
+    directory.GetOutput(0).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  }
+  std::istringstream is(os.str());
+  InputStreamDirectory directory(is);
+  std::istream* entry = directory.GetInput(0);
+  for (ObservationInfo& record : records) {
+    if (!entry || !(*entry >> record)) return false;
+  }
+  return true;
+}
+
+TEST(ObservationInfo, RecordsInsideEntriesReadAsAlone) {
+  ObservationInfo tagged(Strings{"O1", "B1"}, 77);
+  tagged.SetBatch(5);
+  tagged.SetDefaultClass(-2);
+  const std::vector<ObservationInfo> originals{
+      tagged, ObservationInfo(), ObservationInfo(Strings{"", "x", std::string(300, 'y')}, 8),
+      // Longer than a record decoded in place may be.
+      ObservationInfo(Strings(40, std::string(20, 'z')), 9), ObservationInfo("last", 4294967295UL)};
+  std::string all;
+  for (const ObservationInfo& record : originals) all += WriteToString(record);
+  std::vector<ObservationInfo> read(originals.size());
+  ASSERT_TRUE(ReadInsideEntry(all, read));
+  for (std::size_t k = 0; k < originals.size(); ++k) {
+    EXPECT_EQ(read[k].GetUserIDs(), originals[k].GetUserIDs()) << k;
+    EXPECT_EQ(read[k].GetUniqueID(), originals[k].GetUniqueID()) << k;
+    EXPECT_EQ(read[k].GetBatch(), originals[k].GetBatch()) << k;
+    EXPECT_EQ(read[k].GetDefaultClass(), originals[k].GetDefaultClass()) << k;
+  }
+
+  // Whatever the damage, both ways agree on whether a record reads and on what it holds.
+  const auto agree = [](const std::string& bytes) {
+    ObservationInfo alone;
+    const bool aloneOk = ReadFromString(bytes, alone);
+    std::vector<ObservationInfo> inside(1);
+    ASSERT_EQ(ReadInsideEntry(bytes, inside), aloneOk);
+    if (aloneOk) {
+      EXPECT_EQ(WriteToString(inside[0]), WriteToString(alone));
+    }
+  };
+  const std::string valid = WriteToString(tagged);
+  ncds::test::ForEachCorruption(valid, agree);
+  for (std::size_t length = 0; length <= valid.size(); ++length) agree(valid.substr(0, length));
+  // A directory declaring more entries than written, and one with an entry more.
+  std::ostringstream roomy;
+  VStreamLight::WriteMagicStringAndVersionNumber(roomy, 1, "OI");
+  roomy << VarObsInfo("x", 1);
+  {
+    OutputStreamDirectory directory(roomy, 3);
+    WriteToStreamDir(std::int32_t{3}, directory, 0);
+    WriteToStreamDir(std::uint32_t{44}, directory, 1);
+  }
+  agree(roomy.str());
+  std::ostringstream extra;
+  VStreamLight::WriteMagicStringAndVersionNumber(extra, 1, "OI");
+  extra << VarObsInfo("x", 1);
+  {
+    OutputStreamDirectory directory(extra, 3);
+    WriteToStreamDir(std::uint32_t{44}, directory, 1);
+    WriteToStreamDir(std::int32_t{3}, directory, 0);
+    WriteToStreamDir(std::int32_t{9}, directory, 2);
+  }
+  agree(extra.str());
+}
+
 }  // namespace

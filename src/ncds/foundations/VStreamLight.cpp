@@ -6,7 +6,7 @@
 
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/StreamPrimitives.h"
-#include "ncds/foundations/detail/Coding.h"
+#include "ncds/foundations/detail/ByteReader.h"
 #include "ncds/foundations/detail/StreamWindow.h"
 
 bool VStreamLight::WriteMagicStringAndVersionNumber(std::ostream& os, std::uint16_t version,
@@ -24,12 +24,8 @@ bool VStreamLight::CheckMagicStringAndVersionNumber(std::istream& is, std::uint1
     const auto headerLength = static_cast<std::streamoff>(magic.size() + 3);
     const auto [data, available] = window->Peek(headerLength);
     if (available >= headerLength) {
-      if (static_cast<unsigned char>(data[0]) != magic.size() ||
-          std::memcmp(data + 1, magic.data(), magic.size()) != 0) {
-        return false;
-      }
-      version = ncds::detail::DecodeFixed<std::uint16_t>(
-          reinterpret_cast<const unsigned char*>(data) + 1 + magic.size());
+      ncds::detail::ByteReader header(data, static_cast<std::size_t>(headerLength));
+      if (!header.Magic(magic, version)) return false;
       window->Skip(headerLength);
       return true;
     }

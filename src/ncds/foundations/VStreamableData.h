@@ -14,6 +14,10 @@
 
 #include "ncds/ncds_export.h"
 
+namespace ncds::detail {
+class ByteReader;
+}
+
 class NCDS_EXPORT VStreamableData {
  public:
   VStreamableData(std::int16_t version, const char* magic);
@@ -22,14 +26,20 @@ class NCDS_EXPORT VStreamableData {
   // False when the magic does not match or the stream ends; never throws.
   bool Check(std::istream& is) const;
   bool Check(std::istream& is, std::int16_t& versionRead) const;
+  // The same on bytes in memory, for the library's fast record readers; false on a mismatch.
+  bool Check(ncds::detail::ByteReader& bytes, std::int16_t& versionRead) const;
 
   // The version of the last stream checked.
-  std::int16_t GetVStreamVersionNumber() const { return mVersionRead.load(); }
+  std::int16_t GetVStreamVersionNumber() const {
+    return mVersionRead.load(std::memory_order_relaxed);
+  }
   // The version this build writes.
   std::int16_t GetMyVStreamVersionNumber() const { return mVersion; }
   const std::string& GetMagic() const { return mMagic; }
 
  private:
+  void NoteVersionRead(std::int16_t version) const;
+
   std::string mMagic;
   std::int16_t mVersion;
   mutable std::atomic<std::int16_t> mVersionRead{0};

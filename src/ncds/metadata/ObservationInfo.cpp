@@ -8,6 +8,8 @@
 #include "ncds/foundations/InputStreamDirectory.h"
 #include "ncds/foundations/OutputStreamDirectory.h"
 #include "ncds/foundations/ReadFromStreamDir.h"
+#include "ncds/foundations/detail/ByteReader.h"
+#include "ncds/foundations/detail/StreamWindow.h"
 
 namespace ncds::detail {
 namespace {
@@ -17,6 +19,8 @@ const FactoryRegistration<ObservationInfo> kRegistration("ObservationInfo");
 constexpr std::int16_t kVersion = 1;
 constexpr std::uint16_t kTagDefaultClass = 0;
 constexpr std::uint16_t kTagBatch = 1;
+// Enough for a record with a few IDs; longer ones are read through the streams.
+constexpr std::streamoff kBufferedRecordBytes = 512;
 
 }  // namespace
 }  // namespace ncds::detail
@@ -55,9 +59,37 @@ bool ObservationInfo::VStreamableWrite(std::ostream& os) const {
 
 bool ObservationInfo::VStreamableStartRead(std::istream& is) {
   if (!mGuard.Enter()) return true;
+  if (ReadBuffered(is)) return true;
   std::int16_t version = 0;
   if (!msVStreamData.Check(is, version) || version > ncds::detail::kVersion) return false;
   return VarObsInfo::VStreamableStartRead(is) && ReadStreamDirectory(is);
+}
+
+bool ObservationInfo::ReadBuffered(std::istream& is) {
+  using ncds::detail::ByteReader;
+  auto* window = ncds::detail::AsWindow(is.rdbuf());
+  if (!window || !is.good()) return false;
+  // Observations are read by the million and a record is a few dozen bytes: decoding it from
+  // the window's buffer saves the stream objects of its two directories.
+  const auto [data, available] = window->Peek(ncds::detail::kBufferedRecordBytes);
+  ByteReader bytes(data, static_cast<std::size_t>(available));
+  std::int16_t version = 0;
+  if (!msVStreamData.Check(bytes, version) || version != ncds::detail::kVersion) return false;
+  std::vector<std::string> ids;
+  std::uint32_t uniqueID = 0;
+  if (!DecodeCommonPart(bytes, ids, uniqueID)) return false;
+  std::array<ByteReader, 2> entries;
+  std::int32_t defaultClass = 0;
+  std::uint32_t batch = 0;
+  if (!bytes.Directory<2>({ncds::detail::kTagDefaultClass, ncds::detail::kTagBatch}, entries) ||
+      !entries[0].Fixed(defaultClass) || !entries[1].Fixed(batch)) {
+    return false;
+  }
+  AdoptCommonPart(std::move(ids), uniqueID);
+  mDefaultClass = defaultClass;
+  mBatch = batch;
+  window->Skip(reinterpret_cast<const char*>(bytes.Position()) - data);
+  return true;
 }
 
 bool ObservationInfo::ReadStreamDirectory(std::istream& is) {

@@ -48,6 +48,9 @@ class NCDS_EXPORT ObservationInfo : public VarObsInfo {
 
  private:
   bool VStreamableWrite(std::ostream& os) const;
+  // Decodes the record in place when its window holds all of it in the layout this version
+  // writes; false (nothing read) otherwise.
+  bool ReadBuffered(std::istream& is);
   bool ReadStreamDirectory(std::istream& is);
 
   std::int32_t mDefaultClass = 0;

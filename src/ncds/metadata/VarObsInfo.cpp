@@ -1,6 +1,7 @@
 #include "ncds/metadata/VarObsInfo.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <istream>
 #include <ostream>
@@ -13,6 +14,7 @@
 #include "ncds/foundations/StreamPrimitives.h"
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/VxString.h"
+#include "ncds/foundations/detail/ByteReader.h"
 #include "ncds/foundations/detail/OneBased.h"
 #include "ncds/metadata/VarObs.h"
 
@@ -181,6 +183,34 @@ bool VarObsInfo::ReadStreamDirectory(std::istream& is) {
   }
   directory.Close();
   return ok && static_cast<bool>(is);
+}
+
+bool VarObsInfo::DecodeCommonPart(ncds::detail::ByteReader& bytes, std::vector<std::string>& ids,
+                                  std::uint32_t& uniqueID) const {
+  std::int16_t version = 0;
+  if (mGuard.IsSet() || !msVStreamData.Check(bytes, version) || version != ncds::detail::kVersion) {
+    return false;
+  }
+  std::array<ncds::detail::ByteReader, 2> entries;
+  if (!bytes.Directory<2>({ncds::detail::kTagIDs, ncds::detail::kTagUniqueID}, entries)) {
+    return false;
+  }
+  std::uint32_t count = 0;
+  if (!entries[0].Fixed(count) || count > entries[0].Remaining() / 4) return false;
+  ids.reserve(count);
+  for (std::uint32_t k = 0; k < count; ++k) {
+    const char* text = nullptr;
+    std::size_t length = 0;
+    if (!entries[0].BinaryString(text, length)) return false;
+    ids.emplace_back(text, length);
+  }
+  return entries[1].Fixed(uniqueID);
+}
+
+void VarObsInfo::AdoptCommonPart(std::vector<std::string>&& ids, std::uint32_t uniqueID) {
+  mGuard.Enter();
+  mIDs = std::move(ids);
+  mUniqueID = uniqueID;
 }
 
 void VarObsInfo::VStreamableReset() const { mGuard.Reset(); }

@@ -23,6 +23,10 @@
 #include "ncds/foundations/VStreamableData.h"
 #include "ncds/ncds_export.h"
 
+namespace ncds::detail {
+class ByteReader;
+}
+
 class VarObs;
 class VariableInfo;
 class ObservationInfo;
@@ -74,6 +78,14 @@ class NCDS_EXPORT VarObsInfo : public virtual VStreamBase {
   bool VStreamableStartWrite(std::ostream& os) const override;
   bool VStreamableStartRead(std::istream& is) override;
   void VStreamableReset() const override;
+
+  // The fast read of a derived record: decodes this part from bytes in memory into `ids` and
+  // `uniqueID` when it is not read yet in this pass and has exactly the layout this version
+  // writes; false otherwise (the bytes are then read through the streams). The record is
+  // left alone until `AdoptCommonPart` takes the result, as a read of this part would.
+  bool DecodeCommonPart(ncds::detail::ByteReader& bytes, std::vector<std::string>& ids,
+                        std::uint32_t& uniqueID) const;
+  void AdoptCommonPart(std::vector<std::string>&& ids, std::uint32_t uniqueID);
 
  private:
   friend class VarObs;
