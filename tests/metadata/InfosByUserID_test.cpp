@@ -15,8 +15,47 @@ std::string Upper(std::string text) {
   return text;
 }
 
+TEST(InfosByUserID, CaseFoldsOnlyAsciiLettersAtAnyLength) {
+  // Short IDs are compared inside the table, long ones with the record's own text; both must
+  // fold exactly A-Z, at every position of every eight-byte word.
+  std::vector<std::unique_ptr<ObservationInfo>> records;
+  InfosByUserID lookup;
+  for (std::size_t length : {1, 7, 8, 9, 27, 28, 29, 40, 300}) {
+    std::string id;
+    for (std::size_t i = 0; i < length; ++i) id += static_cast<char>('a' + i % 26);
+    id.back() = 'q';
+    records.push_back(std::make_unique<ObservationInfo>(id, records.size() + 1));
+    lookup.AddInfo(records.back().get(), 1);
+    EXPECT_EQ(lookup.GetInfo(Upper(id)), records.back().get()) << length;
+    std::string other = id;
+    other.back() = 'Q' + 1;
+    EXPECT_EQ(lookup.GetInfo(other), nullptr) << length;
+    EXPECT_EQ(lookup.GetInfo(id + "q"), nullptr) << length;
+  }
+  // Neighbours of the letters and bytes beyond ASCII are not letters.
+  const Strings odd{"@[`{", "\xc3\x84x", "\xc3\xa4x", "A\x80Z\xffz"};
+  for (const std::string& id : odd) {
+    records.push_back(std::make_unique<ObservationInfo>(id, records.size() + 1));
+    lookup.AddInfo(records.back().get(), 1);
+  }
+  EXPECT_TRUE(lookup.IsIDUnique());
+  EXPECT_EQ(lookup.GetInfo("`{@["), nullptr);
+  EXPECT_EQ(lookup.GetInfo("@[`{"), records[9].get());
+  EXPECT_NE(lookup.GetInfo("\xc3\x84x"), lookup.GetInfo("\xc3\xa4X"));
+  EXPECT_EQ(lookup.GetInfo("a\x80z\xffZ"), records.back().get());
+  // Of two long IDs equal ignoring case, the record with the smaller unique ID answers.
+  const std::string longID(50, 'L');
+  ObservationInfo later(longID, 100);
+  ObservationInfo earlier(std::string(50, 'l'), 50);
+  lookup.AddInfo(&later, 1);
+  lookup.AddInfo(&earlier, 1);
+  EXPECT_FALSE(lookup.IsIDUnique());
+  EXPECT_EQ(lookup.GetInfo(longID), &earlier);
+  EXPECT_EQ(lookup.GetInfos(Strings{longID, "@[`{"})[0], &earlier);
+}
+
 TEST(InfosByUserID, AddingOneByOneMatchesBuildingAtOnce) {
-  // Enough records for the recent additions to be merged into the table several times.
+  // Enough records for the table to grow several times.
   std::vector<std::unique_ptr<ObservationInfo>> records;
   for (unsigned long i = 0; i < 5000; ++i) {
     records.push_back(
@@ -45,8 +84,8 @@ TEST(InfosByUserID, AddingOneByOneMatchesBuildingAtOnce) {
   EXPECT_EQ(lookup.GetInfo(static_cast<const char*>(nullptr)), nullptr);
   EXPECT_EQ(lookup.GetInfo(std::string("Obs1\0", 5)), nullptr);
 
-  // A second record with an ID: not unique, and the smaller unique ID wins whether the other
-  // record waits among the recent additions or was merged into the table.
+  // A second record with an ID: not unique, and the smaller unique ID wins, also after the
+  // table grew.
   ObservationInfo early("OBS42", 0);
   ObservationInfo late("obs43", 999999);
   lookup.AddInfo(&early, 1);
@@ -63,7 +102,7 @@ TEST(InfosByUserID, AddingOneByOneMatchesBuildingAtOnce) {
   EXPECT_EQ(lookup.GetInfo("obs43"), records[43].get());
   EXPECT_FALSE(lookup.IsIDUnique());
 
-  // Many at once answer as one by one, with entries both in the table and recently added.
+  // Many at once answer as one by one.
   ObservationInfo fresh("Fresh", 5);
   lookup.AddInfo(&fresh, 1);
   std::vector<std::string> queries{"OBS42", "more5999", "", "absent", "Obs4999", "FRESH"};
