@@ -118,7 +118,7 @@ class UserIDTable {
   static_assert(sizeof(Slot) == 48, "a slot is three quarters of a cache line");
 
   // The table grows when it is this full.
-  static constexpr std::size_t kLoadPercent = 80;
+  static constexpr std::size_t kLoadPercent = 60;
 
   static Slot* Allocate(std::size_t capacity);
   static void Free(Slot* slots, std::size_t capacity);
