@@ -1,0 +1,358 @@
+#include "ncds/project/detail/BlobChunks.h"
+
+#include <sqlite3.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace ncds::detail {
+namespace {
+
+std::uint32_t Crc(const char* data, std::size_t size) {
+  uLong crc = crc32(0L, Z_NULL, 0);
+  // zlib takes lengths as uInt: feed very large ranges in pieces.
+  while (size > 0) {
+    const auto piece = static_cast<uInt>(std::min<std::size_t>(size, 1u << 30));
+    crc = crc32(crc, reinterpret_cast<const Bytef*>(data), piece);
+    data += piece;
+    size -= piece;
+  }
+  return static_cast<std::uint32_t>(crc);
+}
+
+// An open handle on one chunk's bytes, closed when it goes.
+class ChunkBlob {
+ public:
+  ChunkBlob(SqliteDatabase& db, std::int64_t row, bool write) : mDb(db) {
+    mCode =
+        sqlite3_blob_open(db.Handle(), "main", "ncds_chunk", "data", row, write ? 1 : 0, &mBlob);
+  }
+  ~ChunkBlob() { sqlite3_blob_close(mBlob); }
+  ChunkBlob(const ChunkBlob&) = delete;
+  ChunkBlob& operator=(const ChunkBlob&) = delete;
+
+  bool Read(char* dst, std::size_t size, std::size_t offset) {
+    if (mCode == SQLITE_OK) {
+      mCode = sqlite3_blob_read(mBlob, dst, static_cast<int>(size), static_cast<int>(offset));
+    }
+    return mCode == SQLITE_OK;
+  }
+  void Write(const char* src, std::size_t size, std::size_t offset) {
+    if (mCode == SQLITE_OK) {
+      mCode = sqlite3_blob_write(mBlob, src, static_cast<int>(size), static_cast<int>(offset));
+    }
+    mDb.Check(mCode);
+  }
+  std::size_t Size() const {
+    return mCode == SQLITE_OK ? static_cast<std::size_t>(sqlite3_blob_bytes(mBlob)) : 0;
+  }
+
+ private:
+  SqliteDatabase& mDb;
+  sqlite3_blob* mBlob = nullptr;
+  int mCode = SQLITE_OK;
+};
+
+}  // namespace
+
+void CreateChunkTable(SqliteDatabase& db) {
+  db.Execute(
+      "CREATE TABLE IF NOT EXISTS ncds_chunk("
+      "id INTEGER PRIMARY KEY, stream TEXT NOT NULL, seq INTEGER NOT NULL, "
+      "crc INTEGER NOT NULL, data BLOB NOT NULL, UNIQUE(stream, seq))");
+}
+
+void DeleteChunks(SqliteDatabase& db, const std::string& name) {
+  SqliteStatement remove(db, "DELETE FROM ncds_chunk WHERE stream = ?");
+  remove.Bind(1, name).Step();
+}
+
+bool HasChunks(SqliteDatabase& db, const std::string& name) {
+  SqliteStatement any(db, "SELECT 1 FROM ncds_chunk WHERE stream = ? LIMIT 1");
+  return any.Bind(1, name).Step();
+}
+
+// ---- ChunkWriter ----
+
+ChunkWriter::ChunkWriter(SqliteDatabase& db, std::string name, std::size_t chunkSize)
+    : mDb(db),
+      mName(std::move(name)),
+      mChunkSize(std::clamp<std::size_t>(chunkSize, 1, std::numeric_limits<int>::max())),
+      mBuffer(mChunkSize),
+      mInsert(db, "INSERT INTO ncds_chunk(stream, seq, crc, data) VALUES(?, ?, ?, ?)") {
+  DeleteChunks(mDb, mName);
+  setp(mBuffer.data(), mBuffer.data() + mBuffer.size());
+}
+
+std::size_t ChunkWriter::BufferedEnd() const {
+  return mPatching ? mHighWater : std::max(mHighWater, static_cast<std::size_t>(pptr() - pbase()));
+}
+
+std::uint64_t ChunkWriter::Size() const { return mStored + BufferedEnd(); }
+
+void ChunkWriter::StoreChunk(const char* data, std::size_t size) {
+  mInsert.Reset();
+  mInsert.Bind(1, mName)
+      .Bind(2, static_cast<std::int64_t>(mRows.size()))
+      .Bind(3, static_cast<std::int64_t>(Crc(data, size)))
+      .BindBlob(4, data, size);
+  mInsert.Step();
+  mRows.push_back(sqlite3_last_insert_rowid(mDb.Handle()));
+  mStored += size;
+}
+
+void ChunkWriter::StoreFullBuffer() {
+  StoreChunk(mBuffer.data(), mBuffer.size());
+  mHighWater = 0;
+  setp(mBuffer.data(), mBuffer.data() + mBuffer.size());
+}
+
+ChunkWriter::int_type ChunkWriter::overflow(int_type c) {
+  if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+  const char byte = traits_type::to_char_type(c);
+  return xsputn(&byte, 1) == 1 ? c : traits_type::eof();
+}
+
+std::streamsize ChunkWriter::xsputn(const char* s, std::streamsize n) {
+  if (mClosed || n <= 0) return 0;
+  auto left = static_cast<std::size_t>(n);
+  if (mPatching) {
+    // Below the stored chunks the bytes wait as patches; from there on they go to the buffer,
+    // but not past what it holds.
+    if (mPatchPosition < mStored) {
+      const auto below =
+          static_cast<std::size_t>(std::min<std::uint64_t>(left, mStored - mPatchPosition));
+      if (!mPatches.empty() &&
+          mPatches.back().offset + mPatches.back().bytes.size() == mPatchPosition) {
+        mPatches.back().bytes.append(s, below);
+      } else {
+        mPatches.push_back({mPatchPosition, std::string(s, below)});
+      }
+      mPatchPosition += below;
+      s += below;
+      left -= below;
+    }
+    const std::size_t inBuffer =
+        std::min<std::size_t>(left, mHighWater - (mPatchPosition - mStored));
+    std::memcpy(mBuffer.data() + (mPatchPosition - mStored), s, inBuffer);
+    mPatchPosition += inBuffer;
+    return n - static_cast<std::streamsize>(left - inBuffer);
+  }
+  while (left > 0) {
+    // Whole chunks straight from the caller's memory.
+    if (pptr() == pbase() && mHighWater == 0 && left >= mChunkSize) {
+      StoreChunk(s, mChunkSize);
+      s += mChunkSize;
+      left -= mChunkSize;
+      continue;
+    }
+    const std::size_t room = static_cast<std::size_t>(epptr() - pptr());
+    const std::size_t take = std::min(room, left);
+    std::memcpy(pptr(), s, take);
+    pbump(static_cast<int>(take));
+    s += take;
+    left -= take;
+    if (pptr() == epptr()) StoreFullBuffer();
+  }
+  return n;
+}
+
+ChunkWriter::pos_type ChunkWriter::seekoff(off_type off, std::ios_base::seekdir dir,
+                                           std::ios_base::openmode which) {
+  if (!(which & std::ios_base::out)) return pos_type(off_type(-1));
+  const std::uint64_t current =
+      mPatching ? mPatchPosition : mStored + static_cast<std::uint64_t>(pptr() - pbase());
+  const std::uint64_t base = dir == std::ios_base::beg   ? 0
+                             : dir == std::ios_base::cur ? current
+                                                         : Size();
+  return seekpos(pos_type(static_cast<off_type>(base) + off), which);
+}
+
+ChunkWriter::pos_type ChunkWriter::seekpos(pos_type pos, std::ios_base::openmode which) {
+  const auto target = static_cast<off_type>(pos);
+  if (!(which & std::ios_base::out) || mClosed || target < 0 ||
+      static_cast<std::uint64_t>(target) > Size()) {
+    return pos_type(off_type(-1));
+  }
+  mHighWater = BufferedEnd();
+  const auto position = static_cast<std::uint64_t>(target);
+  if (position >= mStored) {
+    mPatching = false;
+    setp(mBuffer.data(), mBuffer.data() + mBuffer.size());
+    pbump(static_cast<int>(position - mStored));
+  } else {
+    // Every write now goes through xsputn, which keeps it as a patch.
+    mPatching = true;
+    mPatchPosition = position;
+    setp(nullptr, nullptr);
+  }
+  return pos;
+}
+
+void ChunkWriter::Close() {
+  if (mClosed) return;
+  const std::size_t end = BufferedEnd();
+  mClosed = true;
+  setp(nullptr, nullptr);
+  // An empty stream still gets its (empty) chunk, so that it exists.
+  if (end > 0 || mRows.empty()) StoreChunk(mBuffer.data(), end);
+  ApplyPatches();
+}
+
+void ChunkWriter::ApplyPatches() {
+  std::vector<std::size_t> touched;
+  for (const Patch& patch : mPatches) {
+    std::uint64_t offset = patch.offset;
+    std::size_t done = 0;
+    while (done < patch.bytes.size()) {
+      const auto chunk = static_cast<std::size_t>(offset / mChunkSize);
+      const auto within = static_cast<std::size_t>(offset % mChunkSize);
+      const std::size_t n = std::min(patch.bytes.size() - done, mChunkSize - within);
+      ChunkBlob(mDb, mRows[chunk], true).Write(patch.bytes.data() + done, n, within);
+      touched.push_back(chunk);
+      offset += n;
+      done += n;
+    }
+  }
+  std::sort(touched.begin(), touched.end());
+  touched.erase(std::unique(touched.begin(), touched.end()), touched.end());
+  SqliteStatement update(mDb, "UPDATE ncds_chunk SET crc = ? WHERE id = ?");
+  for (const std::size_t chunk : touched) {
+    ChunkBlob blob(mDb, mRows[chunk], false);
+    std::vector<char> bytes(blob.Size());
+    if (!blob.Read(bytes.data(), bytes.size(), 0)) mDb.Fail(SQLITE_IOERR);
+    update.Reset();
+    update.Bind(1, static_cast<std::int64_t>(Crc(bytes.data(), bytes.size())))
+        .Bind(2, mRows[chunk])
+        .Step();
+  }
+  mPatches.clear();
+}
+
+// ---- ChunkReader ----
+
+ChunkReader::ChunkReader(SqliteDatabase& db, std::string name) : mDb(db), mName(std::move(name)) {
+  SqliteStatement list(db,
+                       "SELECT id, seq, crc, length(data) FROM ncds_chunk WHERE stream = ? "
+                       "ORDER BY seq");
+  list.Bind(1, mName);
+  while (list.Step()) {
+    // A gap in the numbering means a chunk is lost: the stream ends before it.
+    if (list.Int(1) != static_cast<std::int64_t>(mChunks.size())) {
+      mDamaged = true;
+      break;
+    }
+    const Chunk chunk{list.Int(0), static_cast<std::uint32_t>(list.Int(2)), mSize,
+                      static_cast<std::size_t>(list.Int(3))};
+    mChunks.push_back(chunk);
+    mSize += chunk.size;
+  }
+}
+
+std::uint64_t ChunkReader::Position() const {
+  return mBufferValid ? mChunks[mLoaded].offset + static_cast<std::uint64_t>(gptr() - eback())
+                      : mPosition;
+}
+
+bool ChunkReader::ReadChunk(std::size_t index, char* dst) {
+  const Chunk& chunk = mChunks[index];
+  ChunkBlob blob(mDb, chunk.row, false);
+  if (!blob.Read(dst, chunk.size, 0) || Crc(dst, chunk.size) != chunk.crc) {
+    mDamaged = true;
+    return false;
+  }
+  return true;
+}
+
+bool ChunkReader::Load(std::uint64_t position) {
+  if (mDamaged || position >= mSize) return false;
+  // The last chunk that starts at or before the position.
+  const auto it =
+      std::upper_bound(mChunks.begin(), mChunks.end(), position,
+                       [](std::uint64_t p, const Chunk& chunk) { return p < chunk.offset; });
+  const auto index = static_cast<std::size_t>(it - mChunks.begin()) - 1;
+  const Chunk& chunk = mChunks[index];
+  mBufferValid = false;
+  setg(nullptr, nullptr, nullptr);
+  mPosition = position;
+  mBuffer.resize(chunk.size);
+  if (!ReadChunk(index, mBuffer.data())) return false;
+  mLoaded = index;
+  mBufferValid = true;
+  setg(mBuffer.data(), mBuffer.data() + (position - chunk.offset), mBuffer.data() + chunk.size);
+  return true;
+}
+
+ChunkReader::int_type ChunkReader::underflow() {
+  if (gptr() < egptr()) return traits_type::to_int_type(*gptr());
+  if (!Load(Position())) return traits_type::eof();
+  return traits_type::to_int_type(*gptr());
+}
+
+std::streamsize ChunkReader::xsgetn(char* s, std::streamsize n) {
+  std::streamsize done = 0;
+  while (done < n) {
+    if (gptr() < egptr()) {
+      const auto take = std::min<std::streamsize>(n - done, egptr() - gptr());
+      std::memcpy(s + done, gptr(), static_cast<std::size_t>(take));
+      gbump(static_cast<int>(take));
+      done += take;
+      continue;
+    }
+    const std::uint64_t position = Position();
+    if (mDamaged || position >= mSize) break;
+    // A whole chunk wanted from its start goes straight into the caller's memory.
+    const auto it =
+        std::upper_bound(mChunks.begin(), mChunks.end(), position,
+                         [](std::uint64_t p, const Chunk& chunk) { return p < chunk.offset; });
+    const auto index = static_cast<std::size_t>(it - mChunks.begin()) - 1;
+    const Chunk& chunk = mChunks[index];
+    if (position == chunk.offset && static_cast<std::uint64_t>(n - done) >= chunk.size) {
+      mBufferValid = false;
+      setg(nullptr, nullptr, nullptr);
+      if (!ReadChunk(index, s + done)) {
+        mPosition = position;
+        break;
+      }
+      done += static_cast<std::streamsize>(chunk.size);
+      mPosition = position + chunk.size;
+      continue;
+    }
+    if (!Load(position)) break;
+  }
+  return done;
+}
+
+std::streamsize ChunkReader::showmanyc() {
+  const std::uint64_t position = Position();
+  return position < mSize ? static_cast<std::streamsize>(mSize - position) : -1;
+}
+
+ChunkReader::pos_type ChunkReader::seekoff(off_type off, std::ios_base::seekdir dir,
+                                           std::ios_base::openmode which) {
+  const std::uint64_t base = dir == std::ios_base::beg   ? 0
+                             : dir == std::ios_base::cur ? Position()
+                                                         : mSize;
+  return seekpos(pos_type(static_cast<off_type>(base) + off), which);
+}
+
+ChunkReader::pos_type ChunkReader::seekpos(pos_type pos, std::ios_base::openmode which) {
+  const auto target = static_cast<off_type>(pos);
+  if (!(which & std::ios_base::in) || target < 0 || static_cast<std::uint64_t>(target) > mSize) {
+    return pos_type(off_type(-1));
+  }
+  const auto position = static_cast<std::uint64_t>(target);
+  if (mBufferValid && position >= mChunks[mLoaded].offset &&
+      position < mChunks[mLoaded].offset + mChunks[mLoaded].size) {
+    setg(eback(), eback() + (position - mChunks[mLoaded].offset), egptr());
+  } else {
+    mBufferValid = false;
+    setg(nullptr, nullptr, nullptr);
+    mPosition = position;
+  }
+  return pos;
+}
+
+}  // namespace ncds::detail

@@ -1,0 +1,127 @@
+#ifndef NCDS_PROJECT_DETAIL_BLOBCHUNKS_H
+#define NCDS_PROJECT_DETAIL_BLOBCHUNKS_H
+
+// Named byte streams stored in a project file as numbered chunks, each with the crc32 of its
+// bytes. Chunks keep every stream below SQLite's blob limit and let a stream of any size be
+// written and read through a buffer of one chunk, never a second copy of the whole.
+//
+// The table (made by `CreateChunkTable`) holds one row per chunk: the stream's name, the
+// chunk's number from 0, its crc32 and its bytes. Every chunk but the last of a stream has
+// the full chunk size.
+//
+// `ChunkWriter` is a seekable output buffer: the stream framework goes back to patch the
+// length of a large entry once it is written. A patch that lands in a chunk already stored is
+// kept and applied, with the chunk's crc32 made anew, when the writer is closed. Write inside
+// a transaction; the chunks become visible with it.
+//
+// `ChunkReader` is a seekable input buffer that checks each chunk's crc32 as it first reads
+// it. A damaged or missing chunk ends the stream early (the read then fails) and sets
+// `IsDamaged`, so that the caller can say which stream is damaged.
+
+#include <cstdint>
+#include <streambuf>
+#include <string>
+#include <vector>
+
+#include "ncds/project/detail/Sqlite.h"
+
+namespace ncds::detail {
+
+inline constexpr std::size_t kDefaultChunkSize = std::size_t{4} << 20;
+
+void CreateChunkTable(SqliteDatabase& db);
+// Removes the chunks of stream `name`.
+void DeleteChunks(SqliteDatabase& db, const std::string& name);
+// Whether stream `name` has chunks.
+bool HasChunks(SqliteDatabase& db, const std::string& name);
+
+class ChunkWriter final : public std::streambuf {
+ public:
+  // Replaces stream `name`: its old chunks are removed first.
+  ChunkWriter(SqliteDatabase& db, std::string name, std::size_t chunkSize = kDefaultChunkSize);
+  ChunkWriter(const ChunkWriter&) = delete;
+  ChunkWriter& operator=(const ChunkWriter&) = delete;
+
+  // Stores what is buffered and the patches. Throws `NCError` when the database fails.
+  void Close();
+  std::uint64_t Size() const;
+
+ protected:
+  int_type overflow(int_type c) override;
+  std::streamsize xsputn(const char* s, std::streamsize n) override;
+  pos_type seekoff(off_type off, std::ios_base::seekdir dir,
+                   std::ios_base::openmode which) override;
+  pos_type seekpos(pos_type pos, std::ios_base::openmode which) override;
+
+ private:
+  struct Patch {
+    std::uint64_t offset;
+    std::string bytes;
+  };
+
+  // The end of what was written to the buffer, wherever the put pointer stands.
+  std::size_t BufferedEnd() const;
+  void StoreChunk(const char* data, std::size_t size);
+  void StoreFullBuffer();
+  void ApplyPatches();
+
+  SqliteDatabase& mDb;
+  std::string mName;
+  std::size_t mChunkSize;
+  std::vector<char> mBuffer;
+  std::size_t mHighWater = 0;       // bytes written to the buffer, beyond a backwards seek
+  std::uint64_t mStored = 0;        // bytes in stored chunks
+  std::vector<std::int64_t> mRows;  // the row of each stored chunk
+  // Writing below mStored: the position, and the patches collected.
+  bool mPatching = false;
+  std::uint64_t mPatchPosition = 0;
+  std::vector<Patch> mPatches;
+  SqliteStatement mInsert;
+  bool mClosed = false;
+};
+
+class ChunkReader final : public std::streambuf {
+ public:
+  ChunkReader(SqliteDatabase& db, std::string name);
+  ChunkReader(const ChunkReader&) = delete;
+  ChunkReader& operator=(const ChunkReader&) = delete;
+
+  std::uint64_t Size() const { return mSize; }
+  bool IsDamaged() const { return mDamaged; }
+
+ protected:
+  int_type underflow() override;
+  std::streamsize xsgetn(char* s, std::streamsize n) override;
+  std::streamsize showmanyc() override;
+  pos_type seekoff(off_type off, std::ios_base::seekdir dir,
+                   std::ios_base::openmode which) override;
+  pos_type seekpos(pos_type pos, std::ios_base::openmode which) override;
+
+ private:
+  struct Chunk {
+    std::int64_t row;
+    std::uint32_t crc;
+    std::uint64_t offset;
+    std::size_t size;
+  };
+
+  std::uint64_t Position() const;
+  // Reads chunk `index` into `dst` and checks it; false (and damaged) when it does not match.
+  bool ReadChunk(std::size_t index, char* dst);
+  // Makes the chunk holding `position` the buffer; false at the end or when damaged.
+  bool Load(std::uint64_t position);
+
+  SqliteDatabase& mDb;
+  std::string mName;
+  std::vector<Chunk> mChunks;
+  std::uint64_t mSize = 0;
+  std::vector<char> mBuffer;
+  std::size_t mLoaded = 0;  // index of the buffered chunk, when mBufferValid
+  bool mBufferValid = false;
+  std::uint64_t mPosition = 0;  // read position when nothing is buffered
+  bool mDamaged = false;
+};
+
+}  // namespace ncds::detail
+
+#endif  // NCDS_PROJECT_DETAIL_BLOBCHUNKS_H
