@@ -8,7 +8,8 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ make git gettext
   libboost-dev libboost-locale-dev libboost-thread-dev libboost-date-time-dev
-  libgtest-dev libgmock-dev libbenchmark-dev libfast-float-dev libsqlite3-dev zlib1g-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libfast-float-dev libpugixml-dev libsqlite3-dev
+  zlib1g-dev
 )
 if [[ "${1:-}" == "--ci" ]]; then
   packages+=(clang libclang-rt-14-dev clang-format)
