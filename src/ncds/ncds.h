@@ -12,6 +12,7 @@
 #include "ncds/dataset/NCDataContainer.h"
 #include "ncds/dataset/NCDataContainerBase.h"
 #include "ncds/dataset/NCDataSet.h"
+#include "ncds/dataset/NCDataSetInfo.h"
 #include "ncds/dataset/NCFullDataContainerBase.h"
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/dataset/TrimdVarStruct.h"

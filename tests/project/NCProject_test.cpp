@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string>
 
+#include "dataset/DataSetFixture.h"
 #include "ncds/ncds.h"
+#include "support/TestSupport.h"
 
 namespace {
 
@@ -68,4 +71,71 @@ TEST(NCProject, ChangeCheckSettingsAndDataSets) {
   EXPECT_TRUE(project->RemoveDataSet(1));
   EXPECT_FALSE(project->RemoveDataSet(1));
   EXPECT_EQ(project->GetDataSetNumbers(), (std::vector<int>{3}));
+}
+
+TEST(NCProject, SavedDataSetsAreKeptAsStreamAndDescription) {
+  ncds::test::BatchDataSet fixture;
+  NCProject& project = *fixture.project;
+  ASSERT_TRUE(project.SaveDataSet(fixture.dataSet));
+  EXPECT_FALSE(fixture.dataSet->IsDirty());
+  EXPECT_TRUE(project.IsDataSetLoaded(5));
+  EXPECT_EQ(project.GetDataContainer(5), fixture.dataSet);
+  const std::string saved = *project.GetDataSetStream(5);
+  EXPECT_EQ(saved, ncds::test::WriteToString(*fixture.dataSet));
+
+  // Unloaded, its description stands in for it, without values.
+  fixture.dataSet->SetName("changed after saving");
+  ASSERT_TRUE(project.UnloadDataSet(5));
+  EXPECT_FALSE(project.UnloadDataSet(5));
+  const auto container = project.GetDataContainer(5);
+  ASSERT_NE(container, nullptr);
+  EXPECT_EQ(container, project.GetDataSetInfo(5));
+  EXPECT_EQ(container->SizeObservations(), ncds::test::BatchDataSet::kRows);
+  EXPECT_EQ(NCDataSet::GetVariableIDs(project, 5), fixture.dataSet->GetVarIDs());
+  EXPECT_EQ(NCDataSet::GetMutableBatchInfoVector(project, 5), nullptr);
+
+  // Loaded again: the saved state, not the later change, and the project's dataset again.
+  const auto loaded = project.LoadDataSet(5);
+  ASSERT_NE(loaded, nullptr);
+  EXPECT_STREQ(loaded->GetName(), "Fermentation");
+  EXPECT_EQ(project.GetDataContainer(5), loaded);
+  EXPECT_NE(NCDataSet::GetMutableBatchInfoVector(project, 5), nullptr);
+  EXPECT_EQ(ncds::test::WriteToString(*loaded), saved);
+  EXPECT_EQ(project.LoadDataSet(4), nullptr);
+
+  EXPECT_TRUE(project.RemoveDataSet(5));
+  EXPECT_EQ(project.GetDataContainer(5), nullptr);
+  EXPECT_EQ(project.GetDataSetStream(5), nullptr);
+  EXPECT_EQ(project.LoadDataSet(5), nullptr);
+}
+
+TEST(NCProject, RestoredDataSetsLoadOnDemand) {
+  ncds::test::BatchDataSet source;
+  const std::string stream = ncds::test::WriteToString(*source.dataSet);
+  const std::string infoStream = ncds::test::WriteToString(NCDataSetInfo(source.dataSet));
+
+  // A project file read into a project with the same records: listed from the description.
+  ncds::test::BatchDataSet target;
+  NCProject& project = *target.project;
+  auto info = boost::make_shared<NCDataSetInfo>(target.project);
+  ASSERT_TRUE(ncds::test::ReadFromString(infoStream, *info));
+  EXPECT_FALSE(project.RestoreDataSet(stream, nullptr));
+  ASSERT_TRUE(project.RestoreDataSet(stream, info));
+  EXPECT_FALSE(project.IsDataSetLoaded(5));
+  EXPECT_EQ(project.GetDataContainer(5), info);
+  const auto loaded = project.LoadDataSet(5);
+  ASSERT_NE(loaded, nullptr);
+  EXPECT_EQ(ncds::test::WriteToString(*loaded), stream);
+
+  // A damaged stream loads nothing and changes nothing.
+  ASSERT_TRUE(project.RestoreDataSet(stream.substr(0, stream.size() / 2), info));
+  EXPECT_EQ(project.LoadDataSet(5), nullptr);
+  EXPECT_EQ(project.GetDataContainer(5), info);
+
+  // Observations the project no longer holds: refused, nothing loaded.
+  const auto bare = NCProject::Create();
+  ASSERT_TRUE(bare->RestoreDataSet(stream, info));
+  EXPECT_THROW(bare->LoadDataSet(5), NCError);
+  EXPECT_FALSE(bare->IsDataSetLoaded(5));
+  EXPECT_EQ(bare->GetObservations().size(), 0U);
 }

@@ -8,6 +8,7 @@
 #include "ncds/batch/BatchInfoVector.h"
 #include "ncds/batch/ClassInfoVector.h"
 #include "ncds/dataset/NCProjectBase.h"
+#include "ncds/derived/LocalCenteringInfo.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/Messages.h"
 #include "ncds/foundations/NCSignals.h"
@@ -118,6 +119,7 @@ boost::shared_ptr<NCDataSet> NCDataSet::Create(
   if (data) dataSet->mData = *data;
   if (varIDs) dataSet->mVarIDs = *varIDs;
   dataSet->mObsInfos = std::move(obsInfos);
+  dataSet->mRowIDs = dataSet->mObsInfos.GetUniqueIDs();
   dataSet->mUsedObsAliases = obsAliases;
   dataSet->mUsedVarAliases = varAliases;
   dataSet->mName = name ? name : "";
@@ -219,7 +221,9 @@ bool NCDataSet::AddObservationInfos(const VarObsInfoVector<ObservationInfo>& inf
   if (!AskChange(nullptr, confirm)) return false;
   std::size_t at = mObsInfos.size();
   if (!ToPosition(position, mObsInfos.size(), at)) at = mObsInfos.size();
+  const NCIntegralVector<unsigned long, 0> ids = infos.GetUniqueIDs();
   mData.InsertRows(at, infos.size());
+  mRowIDs.InsertValues(at, ids);
   mObsInfos.insert(mObsInfos.begin() + static_cast<std::ptrdiff_t>(at), infos.begin(), infos.end());
   mSortFlagsValid = false;
   mBatchInfoNeedsUpdate = true;
@@ -283,6 +287,7 @@ bool NCDataSet::RemoveObservation(NCIntegralVector<int, -99>* positions, bool co
   const NCIntegralVector<int, -99> kept = ncds::detail::KeptPositions(mObsInfos.size(), removed);
   for (std::size_t to = 0; to < kept.size(); ++to) mObsInfos(to) = mObsInfos[kept[to]];
   mObsInfos.resize(kept.size());
+  mRowIDs.Reduce(kept);
   NCSignals::RaiseVarObsDeleted(this);
   return true;
 }
@@ -312,6 +317,7 @@ void NCDataSet::ReserveVars(int count) {
 void NCDataSet::ReserveObservations(int count) {
   if (count <= 0) return;
   mObsInfos.reserve(static_cast<std::size_t>(count));
+  mRowIDs.reserve(static_cast<std::size_t>(count));
   mData.ReserveRows(static_cast<std::size_t>(count));
 }
 
@@ -319,6 +325,7 @@ void NCDataSet::clear() {
   mData.Clear();
   mVarIDs.clear();
   mObsInfos.clear();
+  mRowIDs.clear();
   mPreTrimValues.clear();
   mTrimmedIndex.clear();
   mTrimRecords.clear();
@@ -523,6 +530,11 @@ void NCDataSet::SetPhaseInfoVector(const ClassInfoVector* phases) {
   mDirty = true;
 }
 
+void NCDataSet::SetLocalCenteringInfo(const LocalCenteringInfo* info) {
+  mLocalCentering = info ? std::make_unique<LocalCenteringInfo>(*info) : nullptr;
+  mDirty = true;
+}
+
 boost::shared_ptr<BatchInfoVector> NCDataSet::GetMutableBatchInfoVector(NCProjectBase& project,
                                                                         int number) {
   // The project hands its datasets out read-only; editing the batches of one it owns is what
@@ -569,8 +581,7 @@ void NCDataSet::UpdateSortFlags() const {
   mVariablesSorted = mVarIDs.IsSorted(true);
   mObservationsSorted = true;
   unsigned long previous = 0;
-  for (const ObservationInfo* info : mObsInfos) {
-    const unsigned long id = info ? info->GetUniqueID() : 0;
+  for (const unsigned long id : mRowIDs) {
     if (id < previous) {
       mObservationsSorted = false;
       break;

@@ -3,19 +3,30 @@
 
 // A dataset: a matrix of values, observations (rows) × variables (columns), with the variable
 // ID of every column, the observation record of every row, its name, number, kind and source,
-// its optional batch and phase structure, and the record of trimmed values. It belongs to a
-// project, which owns the records its rows and columns refer to, and it is owned by a
-// `boost::shared_ptr`; it refers to its project weakly and answers empty results once the
-// project is gone.
+// its optional batch and phase structure, its optional local centering information, and the
+// record of trimmed values. It belongs to a project, which owns the records its rows and
+// columns refer to, and it is owned by a `boost::shared_ptr`; it refers to its project weakly
+// and answers empty results once the project is gone.
 //
 // Rows and columns are numbered from 1. Getters outside 1..size answer the empty string or
 // -99; removal lists that are not strictly ascending and in range throw `InvalidArgument` with
 // the dataset unchanged. Changes that models may depend on go through the project's change
 // check first (a refusal returns false and changes nothing) and are announced through
 // `NCSignals` afterwards. One thread at a time.
+//
+// Persistent: magic "NCDS", version 4 (only 4 is read). The stream holds the dataset's own
+// numbers (matrix, column IDs, the unique IDs of its rows, trim record, flags, kind, aliases,
+// batches and phases) but not the records of its variables and observations, which stay with
+// the project. So a dataset is read into a project that already holds them: create it with
+// `Create(project, number)`, then read it. A damaged stream answers false and leaves the
+// dataset as it was; a stream naming observations the project does not hold throws `NCError`,
+// also leaving the dataset (and the project) unchanged. Writing and reading clear the dirty
+// flag.
 
 #include <boost/enable_shared_from_this.hpp>
 #include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <iosfwd>
 #include <list>
 #include <map>
 #include <memory>
@@ -26,14 +37,18 @@
 #include "ncds/derived/DSGenVarData.h"
 #include "ncds/foundations/NCDataMatrix.h"
 #include "ncds/foundations/NCIntegralVector.h"
+#include "ncds/foundations/VStreamBase.h"
+#include "ncds/foundations/VStreamableData.h"
 #include "ncds/metadata/VarObsInfoVector.h"
 #include "ncds/ncds_export.h"
 
 class BatchInfoVector;
 class ClassInfoVector;
+class LocalCenteringInfo;
 class TrimdVarStruct;
 
 class NCDS_EXPORT NCDataSet : public NCDataContainer,
+                              public virtual VStreamBase,
                               public boost::enable_shared_from_this<NCDataSet> {
  public:
   // Data type words.
@@ -121,6 +136,9 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   const VarObsInfoVector<ObservationInfo>& GetObservationInfoVector() const override {
     return mObsInfos;
   }
+  // The unique ID of every row's record, in row order (0 for a row without one), without
+  // visiting the records.
+  const NCIntegralVector<unsigned long, 0>& GetObservationIDs() const { return mRowIDs; }
   NCIntegralVector<unsigned long, 0> GetVarIDs() const override { return mVarIDs; }
   int SizeObservations() const override { return static_cast<int>(mObsInfos.size()); }
   int SizeVariables() const override { return static_cast<int>(mVarIDs.size()); }
@@ -155,6 +173,11 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
                                                                       int number);
   // Copies `phases` in, or with null drops the phases.
   void SetPhaseInfoVector(const ClassInfoVector* phases);
+
+  // The imported local centers of the dataset, or null when it has none.
+  const LocalCenteringInfo* GetLocalCenteringInfo() const { return mLocalCentering.get(); }
+  // Keeps a copy of `info`, or with null drops the local centering information.
+  void SetLocalCenteringInfo(const LocalCenteringInfo* info);
 
   // The column IDs of dataset `number` of `project`; empty when it has none.
   static NCIntegralVector<unsigned long, 0> GetVariableIDs(const NCProjectBase& project,
@@ -200,9 +223,21 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   // Sorts the rows by the values of the variables `varIDs`, the first deciding first.
   bool SortDataset(const NCIntegralVector<unsigned long, 0>& varIDs, bool ascending);
 
+  // ---- Persistence ----
+  // The version of the last "NCDS" stream read, and the version this build writes.
+  static std::int16_t GetVStreamVersionNumber() { return msVStreamData.GetVStreamVersionNumber(); }
+  static std::int16_t GetMyVStreamVersionNumber() {
+    return msVStreamData.GetMyVStreamVersionNumber();
+  }
+
  protected:
   NCDataMatrix<float> DoGetData(
       bool centered, boost::shared_ptr<DefaultCenterValues const> defaults) const override;
+
+  bool VStreamableStartWrite(std::ostream& os) const override;
+  // Throws `NCError` when the stream names observations the project does not hold.
+  bool VStreamableStartRead(std::istream& is) override;
+  void VStreamableReset() const override;
 
  private:
   NCDataSet(boost::shared_ptr<NCProjectBase> project, int number);
@@ -217,6 +252,15 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   void ApplyRowOrder(const NCIntegralVector<int, -99>& order);
   void UpdateSortFlags() const;
 
+  // The stream body: the directory of the dataset's fields. Writing clears the dirty flag.
+  bool VStreamableWrite(std::ostream& os) const;
+  // Reads the body of a stream of `version`; only version 4 is read.
+  bool VStreamableRead(std::istream& is, std::int16_t version);
+  // The virtual base's part of the stream, which is empty.
+  bool VStreamableWriteBases(std::ostream& os) const;
+  bool VStreamableReadBases(std::istream& is);
+  bool ReadStreamDirectory(std::istream& is);
+
   NCDataMatrix<float> mData;
   // Per trimmed variable: observation ID -> value before trimming; the index maps a variable
   // ID to its position here and in mTrimRecords.
@@ -228,10 +272,15 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   mutable bool mSortFlagsValid = false;
   NCIntegralVector<unsigned long, 0> mVarIDs;
   VarObsInfoVector<ObservationInfo> mObsInfos;
+  // The unique IDs of mObsInfos, kept in step with it: writing the rows and finding a row by
+  // ID then read one array instead of a record per row.
+  NCIntegralVector<unsigned long, 0> mRowIDs;
   std::string mName;
   std::string mImportLog;
   int mNumber = 0;
-  bool mDirty = false;
+  // Writing clears it, and writing is const.
+  mutable bool mDirty = false;
+  std::unique_ptr<LocalCenteringInfo> mLocalCentering;
   int mDataType = kOrdinary;
   unsigned long mSourceID;
   boost::shared_ptr<BatchInfoVector> mBatches;
@@ -239,6 +288,8 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   boost::shared_ptr<ClassInfoVector> mPhases;
   std::vector<int> mUsedObsAliases{1};
   std::vector<int> mUsedVarAliases{1};
+  VStreamGuard mGuard;
+  static const VStreamableData msVStreamData;
 };
 
 #endif  // NCDS_DATASET_NCDATASET_H

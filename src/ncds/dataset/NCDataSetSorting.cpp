@@ -344,11 +344,15 @@ void NCDataSet::ApplyRowOrder(const NCIntegralVector<int, -99>& order) {
   // The new list of records is made first, so that running out of memory on either copy
   // leaves the rows and their records as they were.
   VarObsInfoVector<ObservationInfo> infos(order.size());
+  NCIntegralVector<unsigned long, 0> ids(order.size());
   for (std::size_t i = 0; i < order.size(); ++i) {
-    infos(i) = mObsInfos[static_cast<std::size_t>(order[i])];
+    const auto from = static_cast<std::size_t>(order[i]);
+    infos(i) = mObsInfos[from];
+    ids(i) = mRowIDs[from];
   }
   mData.ReduceRows(order);
   mObsInfos = std::move(infos);
+  mRowIDs = std::move(ids);
   // Trim records are kept by observation ID and need no update.
   mDirty = true;
   mSortFlagsValid = false;

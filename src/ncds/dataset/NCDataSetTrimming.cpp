@@ -34,8 +34,8 @@ int ToIndex(std::size_t position) { return static_cast<int>(position) + 1; }
 // answers. ID 0 stands for a row without a record and is never found.
 class RowFinder {
  public:
-  RowFinder(const VarObsInfoVector<ObservationInfo>& rows, bool sorted)
-      : mIDs(rows.GetUniqueIDs()), mSorted(sorted) {}
+  RowFinder(const NCIntegralVector<unsigned long, 0>& rowIDs, bool sorted)
+      : mIDs(rowIDs), mSorted(sorted) {}
 
   bool Find(unsigned long id, std::size_t& row) {
     if (id == 0) return false;
@@ -57,7 +57,7 @@ class RowFinder {
   }
 
  private:
-  NCIntegralVector<unsigned long, 0> mIDs;
+  const NCIntegralVector<unsigned long, 0>& mIDs;
   bool mSorted;
   bool mMapped = false;
   std::unordered_map<unsigned long, std::size_t> mRows;
@@ -141,7 +141,7 @@ void NCDataSet::GetTrimmedIndex(NCIntegralVector<int, -99>* rows,
   if (columns) columns->clear();
   if (mPreTrimValues.empty()) return;
   if (!mSortFlagsValid) UpdateSortFlags();
-  ncds::detail::RowFinder finder(mObsInfos, mObservationsSorted);
+  ncds::detail::RowFinder finder(mRowIDs, mObservationsSorted);
   std::vector<std::size_t> found;
   const std::size_t columnCount = std::min(mVarIDs.size(), mData.SizeColumns());
   for (std::size_t column = 0; column < columnCount; ++column) {
@@ -182,7 +182,7 @@ bool NCDataSet::ResetDatasetFromTrimming(bool all, int var) {
 
   // Collect first, then write: `SetValue` raises a signal per cell, and a listener must not
   // find the records half walked.
-  ncds::detail::RowFinder finder(mObsInfos, mObservationsSorted);
+  ncds::detail::RowFinder finder(mRowIDs, mObservationsSorted);
   std::vector<ncds::detail::Restore> restores;
   const auto collect = [&](std::size_t column, std::size_t position) {
     if (position >= mPreTrimValues.size() || column >= mData.SizeColumns()) return;

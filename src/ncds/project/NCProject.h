@@ -5,6 +5,13 @@
 // its unique IDs, its batch import settings and its datasets by number. Applications and
 // tools that need no storage of their own use it as it is; the project file builds on it.
 //
+// Saving a dataset keeps its "NCDS" stream and its description (`NCDataSetInfo`), and keeps
+// the dataset itself loaded. A dataset can be unloaded, to free its values, and loaded again
+// from its stream; while it is not loaded, `GetDataContainer` answers with its description,
+// which needs none of its values. Datasets saved elsewhere (a project file) come in as a
+// stream and a description (`RestoreDataSet`), unloaded. The streams are held in memory, each
+// about the size of its dataset's values.
+//
 // The change check allows every change unless a check has been installed with
 // `SetChangeCheck` (an application that asks its user, or a test that refuses). Unique IDs
 // are never reused while a record holds them and never take the two reserved values.
@@ -15,10 +22,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/ncds_export.h"
+
+class NCDataSetInfo;
 
 class NCDS_EXPORT NCProject : public NCProjectBase {
  public:
@@ -48,10 +58,33 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   const BatchImportSettings& GetBatchImportSettings() const override { return *mSettings; }
   void SetBatchImportSettings(const BatchImportSettings& settings) override;
 
+  // Writes `dataSet` into a stream kept under its number, with its description, and keeps
+  // `dataSet` as the loaded dataset of that number. False when it could not be written; the
+  // project keeps what it had.
   bool SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) override;
+  // The loaded dataset of `number`, else its description; null when none is stored.
   boost::shared_ptr<NCDataContainerBase const> GetDataContainer(int number) const override;
+  // The description of the dataset saved under `number`, or null.
+  boost::shared_ptr<NCDataSetInfo const> GetDataSetInfo(int number) const;
   // The numbers of the stored datasets, ascending.
   std::vector<int> GetDataSetNumbers() const;
+  // Reads dataset `number` afresh from its saved stream and makes it the loaded one; a dataset
+  // loaded before is no longer the project's (its unsaved changes stay with it). Null when no
+  // dataset is stored under `number` or its stream is damaged; then nothing changes. Throws
+  // `NCError` when the stream names observations the project no longer holds.
+  boost::shared_ptr<NCDataSet> LoadDataSet(int number);
+  // Whether dataset `number` is loaded.
+  bool IsDataSetLoaded(int number) const;
+  // Lets go of the loaded dataset of `number`, keeping its stream and description; false
+  // when it was not loaded.
+  bool UnloadDataSet(int number);
+  // The saved stream of dataset `number` (what a project file stores), or null. Valid until
+  // that dataset is saved, restored or removed.
+  const std::string* GetDataSetStream(int number) const;
+  // Stores a dataset saved elsewhere as its "NCDS" stream and description, under the
+  // description's number and not loaded; it replaces what was stored there. The stream is
+  // read only when the dataset is loaded. False for a null description.
+  bool RestoreDataSet(std::string stream, boost::shared_ptr<NCDataSetInfo const> info);
   // Forgets the dataset stored under `number`; false when there is none.
   bool RemoveDataSet(int number);
 
@@ -62,12 +95,19 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   NCProject();
 
  private:
+  // What the project keeps of one dataset.
+  struct StoredDataSet {
+    std::string stream;
+    boost::shared_ptr<NCDataSetInfo const> info;
+    boost::shared_ptr<NCDataSet const> loaded;  // null while not loaded
+  };
+
   bool IsTaken(unsigned long id) const;
 
   std::unique_ptr<NCVariables> mVariables;
   std::unique_ptr<NCObservations> mObservations;
   std::unique_ptr<BatchImportSettings> mSettings;
-  std::map<int, boost::shared_ptr<NCDataSet const>> mDataSets;
+  std::map<int, StoredDataSet> mDataSets;
   ChangeCheck mChangeCheck;
   unsigned long mLastUniqueID = 0;
   int mDependencyCount = 0;
