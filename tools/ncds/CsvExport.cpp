@@ -1,0 +1,261 @@
+#include "tools/ncds/CsvExport.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <ostream>
+#include <sstream>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "ncds/dataset/NCDataSet.h"
+#include "ncds/dataset/NCProjectBase.h"
+#include "ncds/foundations/Exception.h"
+#include "ncds/metadata/NCObservations.h"
+#include "ncds/metadata/NCVariables.h"
+#include "ncds/metadata/ObservationInfo.h"
+#include "ncds/metadata/VariableInfo.h"
+
+namespace ncds::tool {
+namespace detail {
+namespace {
+
+constexpr float kMissing = -99.0F;
+constexpr char kQuote = '"';
+// Distinct values whose text a column remembers; beyond, values are decoded each time.
+constexpr std::size_t kDecodeCacheSize = 4096;
+
+// Collects output and hands it to the stream in large blocks.
+class BlockOutput {
+ public:
+  static constexpr std::size_t kBlock = std::size_t{1} << 20;
+
+  explicit BlockOutput(std::ostream& os) : mOs(os), mBuffer(kBlock + 64) {}
+
+  // Room for `n` more bytes at the returned position; `Advance` then claims what was used.
+  char* Room(std::size_t n) {
+    if (mUsed + n > mBuffer.size()) {
+      Flush();
+      if (n > mBuffer.size()) mBuffer.resize(n);
+    }
+    return mBuffer.data() + mUsed;
+  }
+  void Advance(const char* end) { mUsed = static_cast<std::size_t>(end - mBuffer.data()); }
+  void Put(char c) {
+    if (mUsed == mBuffer.size()) Flush();
+    mBuffer[mUsed++] = c;
+  }
+  void Put(std::string_view text) {
+    char* at = Room(text.size());
+    std::memcpy(at, text.data(), text.size());
+    mUsed += text.size();
+    if (mUsed >= kBlock) Flush();
+  }
+  void Flush() {
+    if (mUsed == 0) return;
+    mOs.write(mBuffer.data(), static_cast<std::streamsize>(mUsed));
+    mUsed = 0;
+  }
+
+ private:
+  std::ostream& mOs;
+  std::vector<char> mBuffer;
+  std::size_t mUsed = 0;
+};
+
+// Writes fields with the quoting they need.
+class FieldWriter {
+ public:
+  FieldWriter(BlockOutput& out, char separator, char decimal)
+      : mOut(out), mSeparator(separator), mDecimal(decimal) {
+    mNeedsQuotes[static_cast<unsigned char>(separator)] = true;
+    mNeedsQuotes[static_cast<unsigned char>(kQuote)] = true;
+    mNeedsQuotes[static_cast<unsigned char>('\r')] = true;
+    mNeedsQuotes[static_cast<unsigned char>('\n')] = true;
+    // Characters a number may hold: only a separator among them can make a number need quotes.
+    for (const char c : std::string_view("0123456789-+.,e")) {
+      mSeparatorInNumbers = mSeparatorInNumbers || c == separator;
+    }
+  }
+
+  void Separator() { mOut.Put(mSeparator); }
+  void LineEnd() { mOut.Put('\n'); }
+
+  void Text(std::string_view text) {
+    bool quote = false;
+    for (const char c : text) {
+      if (mNeedsQuotes[static_cast<unsigned char>(c)]) {
+        quote = true;
+        break;
+      }
+    }
+    if (!quote) {
+      mOut.Put(text);
+      return;
+    }
+    mOut.Put(kQuote);
+    for (std::size_t start = 0;;) {
+      const std::size_t at = text.find(kQuote, start);
+      if (at == std::string_view::npos) {
+        mOut.Put(text.substr(start));
+        break;
+      }
+      mOut.Put(text.substr(start, at + 1 - start));
+      mOut.Put(kQuote);
+      start = at + 1;
+    }
+    mOut.Put(kQuote);
+  }
+
+  void Number(float value) {
+    if (value == kMissing || !std::isfinite(value)) return;
+    constexpr std::size_t kLongest = 32;
+    char* const begin = mOut.Room(kLongest);
+    const std::to_chars_result result = std::to_chars(begin, begin + kLongest, value);
+    if (mDecimal != '.') {
+      for (char* p = begin; p < result.ptr; ++p) {
+        if (*p == '.') *p = mDecimal;
+      }
+    }
+    if (mSeparatorInNumbers &&
+        std::memchr(begin, mSeparator, static_cast<std::size_t>(result.ptr - begin))) {
+      const std::string text(begin, result.ptr);
+      Text(text);
+      return;
+    }
+    mOut.Advance(result.ptr);
+  }
+
+ private:
+  BlockOutput& mOut;
+  char mSeparator;
+  char mDecimal;
+  bool mSeparatorInNumbers = false;
+  bool mNeedsQuotes[256] = {};
+};
+
+// A variable's column and how its values become text.
+class OutputColumn {
+ public:
+  OutputColumn(const float* values, VariableInfo* info)
+      : mValues(values), mInfo(info), mDecoded(info && !info->AsQuantitativeVariableInfo()) {}
+
+  void Write(std::size_t row, FieldWriter& writer) {
+    const float value = mValues[row];
+    if (!mDecoded) {
+      writer.Number(value);
+    } else if (value != kMissing) {
+      writer.Text(Decode(value));
+    }
+  }
+
+ private:
+  std::string_view Decode(float value) {
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    const auto found = mCache.find(bits);
+    if (found != mCache.end()) return found->second;
+    if (mCache.size() < kDecodeCacheSize)
+      return mCache.emplace(bits, mInfo->Decode(value)).first->second;
+    mScratch = mInfo->Decode(value);
+    return mScratch;
+  }
+
+  const float* mValues;
+  VariableInfo* mInfo;
+  bool mDecoded;
+  std::unordered_map<std::uint32_t, std::string> mCache;
+  std::string mScratch;
+};
+
+}  // namespace
+}  // namespace detail
+
+void CsvExport::Write(const NCDataSet& dataSet, std::ostream& os, const CsvExportOptions& options) {
+  CheckCsvCharacters(options.separator, options.decimal);
+  const boost::shared_ptr<NCProjectBase const> project = dataSet.GetProject();
+  if (!project) {
+    throw NCError(ExceptionMessage::translate("The dataset \"{1}\" belongs to no project.") %
+                  dataSet.GetName());
+  }
+  const NCVariables& variables = project->GetVariables();
+  const NCObservations& observations = project->GetObservations();
+  const NCDataMatrix<float>& matrix = dataSet.GetMatrix();
+  const std::vector<int>& aliases = dataSet.GetUsedObsAliases();
+  const auto rows = static_cast<std::size_t>(dataSet.SizeObservations());
+  const auto columns = static_cast<std::size_t>(dataSet.SizeVariables());
+
+  detail::BlockOutput out(os);
+  detail::FieldWriter writer(out, options.separator, options.decimal);
+  const std::size_t width = aliases.size() + columns;
+
+  // Header.
+  for (std::size_t k = 0; k < aliases.size(); ++k) {
+    if (k > 0) writer.Separator();
+    const int series = aliases[k];
+    writer.Text(series == 1 && !options.primaryIDHeader.empty()
+                    ? options.primaryIDHeader
+                    : observations.GetIDLabelRaw(series));
+  }
+  std::vector<detail::OutputColumn> outputs;
+  outputs.reserve(columns);
+  for (std::size_t j = 0; j < columns; ++j) {
+    VariableInfo* info = variables[dataSet.GetVarID(static_cast<int>(j + 1))];
+    if (j > 0 || !aliases.empty()) writer.Separator();
+    if (info) writer.Text(info->GetUserID(1));
+    outputs.emplace_back(matrix.ColumnData(j), info);
+  }
+  writer.LineEnd();
+
+  // Rows.
+  for (std::size_t i = 0; i < rows; ++i) {
+    const ObservationInfo* info = dataSet.GetObservationInfo(static_cast<int>(i + 1));
+    for (std::size_t k = 0; k < aliases.size(); ++k) {
+      if (k > 0) writer.Separator();
+      const std::string_view id = info ? std::string_view(info->GetUserID(aliases[k])) : "";
+      if (width == 1 && id.empty()) {
+        out.Put("\"\"");  // a row of one empty field would read as an empty line: no row
+      } else {
+        writer.Text(id);
+      }
+    }
+    for (std::size_t j = 0; j < columns; ++j) {
+      if (j > 0 || !aliases.empty()) writer.Separator();
+      outputs[j].Write(i, writer);
+    }
+    writer.LineEnd();
+  }
+  out.Flush();
+}
+
+void CsvExport::WriteFile(const NCDataSet& dataSet, const std::string& path,
+                          const CsvExportOptions& options) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  try {
+    if (file) Write(dataSet, file, options);
+  } catch (...) {
+    file.close();
+    std::remove(path.c_str());
+    throw;
+  }
+  if (file) file.close();
+  if (!file) {
+    const int error = errno;
+    std::remove(path.c_str());
+    throw NCError(ExceptionMessage::translate("{1}: the file cannot be written ({2}).") % path %
+                  std::strerror(error));
+  }
+}
+
+std::string CsvExport::ToText(const NCDataSet& dataSet, const CsvExportOptions& options) {
+  std::ostringstream os;
+  Write(dataSet, os, options);
+  return os.str();
+}
+
+}  // namespace ncds::tool
