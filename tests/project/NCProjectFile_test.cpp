@@ -112,6 +112,15 @@ TEST(NCProjectFile, DataSetsSurviveReopeningAndLoadOnDemand) {
   const auto project = NCProjectFile::Open(file.path(), false);
   EXPECT_EQ(project->GetDataSetNumbers(), (std::vector<int>{1, 2}));
   ExpectValues(*project->LoadDataSet(1), 1, 2, 2);
+  // Listed without opening the project.
+  const auto listed = NCProjectFile::ListDataSets(file.path());
+  ASSERT_EQ(listed.size(), 2u);
+  EXPECT_EQ(listed[0].number, 1);
+  EXPECT_EQ(listed[0].name, "Set 1");
+  EXPECT_EQ(listed[0].observations, 2);
+  EXPECT_EQ(listed[0].variables, 2);
+  EXPECT_EQ(listed[1].observations, 300000);
+  EXPECT_EQ(listed[1].dataType, NCDataSet::kOrdinary);
 }
 
 TEST(NCProjectFile, RefusesWhatIsNoProjectAndLeavesItAlone) {

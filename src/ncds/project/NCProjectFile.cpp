@@ -91,21 +91,7 @@ void NCProjectFile::ReadProject() {
   // A file another process is writing is refused rather than read half-way through a save;
   // a read-only file is read as it is.
   SqliteTransaction transaction(db, SqliteTransaction::kWriteIfWritable);
-  const std::int64_t application = ncds::detail::QueryInt(db, "PRAGMA application_id");
-  const std::int64_t tables = ncds::detail::QueryInt(db, "SELECT count(*) FROM sqlite_master");
-  if (application == 0 && tables == 0) {
-    // A new, empty file.
-    Initialise();
-  } else if (application != ncds::detail::kApplicationID) {
-    throw NCError(ExceptionMessage::translate("{1} is not an ncds project file.") % db.Path());
-  }
-  const std::int64_t version = ncds::detail::QueryInt(db, "PRAGMA user_version");
-  if (version > kFormatVersion) {
-    throw NCError(ExceptionMessage::translate(
-                      "The project file {1} was written by a newer version of ncds (format {2}); "
-                      "this version reads format {3} and older.") %
-                  db.Path() % version % kFormatVersion);
-  }
+  CheckFormat(true);
 
   using ncds::detail::ReadObject;
   BatchImportSettings settings;
@@ -136,10 +122,51 @@ void NCProjectFile::ReadProject() {
   transaction.Commit();
 }
 
+void NCProjectFile::CheckFormat(bool mayInitialise) {
+  SqliteDatabase& db = *mDb;
+  const std::int64_t application = ncds::detail::QueryInt(db, "PRAGMA application_id");
+  const std::int64_t tables = ncds::detail::QueryInt(db, "SELECT count(*) FROM sqlite_master");
+  if (application == 0 && tables == 0 && mayInitialise) {
+    Initialise();  // a new, empty file
+  } else if (application != ncds::detail::kApplicationID) {
+    throw NCError(ExceptionMessage::translate("{1} is not an ncds project file.") % db.Path());
+  }
+  const std::int64_t version = ncds::detail::QueryInt(db, "PRAGMA user_version");
+  if (version > kFormatVersion) {
+    throw NCError(ExceptionMessage::translate(
+                      "The project file {1} was written by a newer version of ncds (format {2}); "
+                      "this version reads format {3} and older.") %
+                  db.Path() % version % kFormatVersion);
+  }
+}
+
+std::vector<NCProjectFile::DataSetSummary> NCProjectFile::ListDataSets(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) {
+    throw NCError(ExceptionMessage::translate("The project file {1} does not exist.") % path);
+  }
+  boost::shared_ptr<NCProjectFile> project(new NCProjectFile());
+  project->mDb = std::make_unique<SqliteDatabase>(path, false);
+  SqliteTransaction transaction(*project->mDb, SqliteTransaction::kWriteIfWritable);
+  project->CheckFormat(false);
+  std::vector<DataSetSummary> summaries;
+  SqliteStatement list(*project->mDb,
+                       "SELECT number, name, observations, variables, data_type FROM "
+                       "ncds_dataset ORDER BY number");
+  while (list.Step()) {
+    summaries.push_back({static_cast<int>(list.Int(0)), list.Text(1), static_cast<int>(list.Int(2)),
+                         static_cast<int>(list.Int(3)), static_cast<int>(list.Int(4))});
+  }
+  return summaries;
+}
+
 void NCProjectFile::Initialise() {
   SqliteDatabase& db = *mDb;
   ncds::detail::CreateChunkTable(db);
-  db.Execute("CREATE TABLE ncds_dataset(number INTEGER PRIMARY KEY)");
+  // What listings show, kept beside the streams so that they need not be read.
+  db.Execute(
+      "CREATE TABLE ncds_dataset(number INTEGER PRIMARY KEY, name TEXT NOT NULL, "
+      "observations INTEGER NOT NULL, variables INTEGER NOT NULL, data_type INTEGER NOT NULL)");
   db.Execute(("PRAGMA application_id = " + std::to_string(ncds::detail::kApplicationID)).c_str());
   db.Execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
   WriteMetadata();
@@ -169,8 +196,15 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
   const int number = info.GetNumber();
   ncds::detail::WriteObject(*mDb, ncds::detail::DataSetStream(number), dataSet);
   ncds::detail::WriteObject(*mDb, ncds::detail::InfoStream(number), info);
-  SqliteStatement add(*mDb, "INSERT OR IGNORE INTO ncds_dataset(number) VALUES(?)");
-  add.Bind(1, std::int64_t{number}).Step();
+  SqliteStatement add(*mDb,
+                      "INSERT OR REPLACE INTO ncds_dataset(number, name, observations, variables, "
+                      "data_type) VALUES(?, ?, ?, ?, ?)");
+  add.Bind(1, std::int64_t{number})
+      .Bind(2, std::string_view(info.GetName()))
+      .Bind(3, std::int64_t{info.SizeObservations()})
+      .Bind(4, std::int64_t{info.SizeVariables()})
+      .Bind(5, std::int64_t{info.GetDataType()})
+      .Step();
   transaction.Commit();
   mDamaged.erase(number);
   return true;

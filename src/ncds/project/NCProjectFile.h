@@ -20,6 +20,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "ncds/ncds_export.h"
 #include "ncds/project/NCProject.h"
@@ -32,6 +33,19 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
  public:
   // The format version this build writes; files of a higher version are refused.
   static constexpr int kFormatVersion = 1;
+
+  // What a listing shows of a stored dataset.
+  struct DataSetSummary {
+    int number = 0;
+    std::string name;
+    int observations = 0;
+    int variables = 0;
+    int dataType = 0;
+  };
+  // The datasets stored in the project file at `path`, by number, read from a small table
+  // of the file without opening the project: fast for any size of project. Throws `NCError`
+  // as `Open` does.
+  static std::vector<DataSetSummary> ListDataSets(const std::string& path);
 
   // Opens the project file at `path`; with `create`, an absent (or empty) file becomes a new,
   // empty project. Throws `NCError` when the file cannot serve as a project.
@@ -62,6 +76,8 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
  private:
   NCProjectFile();
 
+  // Checks that the open file is a project this build reads; a new, empty file becomes one.
+  void CheckFormat(bool mayInitialise);
   void Initialise();
   void ReadProject();
   void WriteMetadata();
