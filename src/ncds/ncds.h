@@ -67,5 +67,6 @@
 #include "ncds/metadata/VarObsInfoVector.h"
 #include "ncds/metadata/VariableInfo.h"
 #include "ncds/project/NCProject.h"
+#include "ncds/project/NCProjectFile.h"
 
 #endif  // NCDS_NCDS_H

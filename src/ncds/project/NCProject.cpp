@@ -173,17 +173,33 @@ void NCProject::SetBatchImportSettings(const BatchImportSettings& settings) {
 
 bool NCProject::SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) {
   if (!dataSet) return false;
-  ncds::detail::StringSink sink;
-  sink.Reserve(ncds::detail::ExpectedStreamSize(*dataSet));
-  std::ostream os(&sink);
-  if (!(os << *dataSet)) return false;
-  StoredDataSet stored;
-  stored.stream = sink.Take();
-  stored.info = boost::make_shared<NCDataSetInfo>(dataSet);
+  auto info = boost::make_shared<NCDataSetInfo>(dataSet);
+  std::string stream;
+  if (!WriteDataSetStream(*dataSet, *info, stream)) return false;
+  StoredDataSet& stored = mDataSets[info->GetNumber()];
+  stored.stream = std::move(stream);
+  stored.info = std::move(info);
   stored.loaded = std::move(dataSet);
-  mDataSets[stored.info->GetNumber()] = std::move(stored);
   return true;
 }
+
+bool NCProject::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo&,
+                                   std::string& kept) {
+  ncds::detail::StringSink sink;
+  sink.Reserve(ncds::detail::ExpectedStreamSize(dataSet));
+  std::ostream os(&sink);
+  if (!(os << dataSet)) return false;
+  kept = sink.Take();
+  return true;
+}
+
+bool NCProject::ReadDataSetStream(int, const std::string& kept, NCDataSet& dataSet) {
+  ncds::detail::StringSource source(kept);
+  std::istream is(&source);
+  return static_cast<bool>(is >> dataSet);
+}
+
+void NCProject::EraseDataSetStream(int) {}
 
 boost::shared_ptr<NCDataContainerBase const> NCProject::GetDataContainer(int number) const {
   const auto it = mDataSets.find(number);
@@ -208,9 +224,7 @@ boost::shared_ptr<NCDataSet> NCProject::LoadDataSet(int number) {
   const auto it = mDataSets.find(number);
   if (it == mDataSets.end()) return nullptr;
   const boost::shared_ptr<NCDataSet> dataSet = NCDataSet::Create(shared_from_this(), number);
-  ncds::detail::StringSource source(it->second.stream);
-  std::istream is(&source);
-  if (!(is >> *dataSet)) return nullptr;
+  if (!ReadDataSetStream(number, it->second.stream, *dataSet)) return nullptr;
   it->second.loaded = dataSet;
   return dataSet;
 }
@@ -229,7 +243,7 @@ bool NCProject::UnloadDataSet(int number) {
 
 const std::string* NCProject::GetDataSetStream(int number) const {
   const auto it = mDataSets.find(number);
-  return it == mDataSets.end() ? nullptr : &it->second.stream;
+  return it == mDataSets.end() || it->second.stream.empty() ? nullptr : &it->second.stream;
 }
 
 bool NCProject::RestoreDataSet(std::string stream, boost::shared_ptr<NCDataSetInfo const> info) {
@@ -241,4 +255,10 @@ bool NCProject::RestoreDataSet(std::string stream, boost::shared_ptr<NCDataSetIn
   return true;
 }
 
-bool NCProject::RemoveDataSet(int number) { return mDataSets.erase(number) > 0; }
+bool NCProject::RemoveDataSet(int number) {
+  const auto it = mDataSets.find(number);
+  if (it == mDataSets.end()) return false;
+  EraseDataSetStream(number);
+  mDataSets.erase(it);
+  return true;
+}

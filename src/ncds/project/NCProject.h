@@ -78,21 +78,30 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   // Lets go of the loaded dataset of `number`, keeping its stream and description; false
   // when it was not loaded.
   bool UnloadDataSet(int number);
-  // The saved stream of dataset `number` (what a project file stores), or null. Valid until
-  // that dataset is saved, restored or removed.
+  // The saved stream of dataset `number` when the project keeps it in memory, or null. Valid
+  // until that dataset is saved, restored or removed.
   const std::string* GetDataSetStream(int number) const;
   // Stores a dataset saved elsewhere as its "NCDS" stream and description, under the
   // description's number and not loaded; it replaces what was stored there. The stream is
   // read only when the dataset is loaded. False for a null description.
   bool RestoreDataSet(std::string stream, boost::shared_ptr<NCDataSetInfo const> info);
   // Forgets the dataset stored under `number`; false when there is none.
-  bool RemoveDataSet(int number);
+  virtual bool RemoveDataSet(int number);
 
   int GetBatchIdentifierSeries() const override { return mBatchIdentifierSeries; }
   void SetBatchIdentifierSeries(int series) { mBatchIdentifierSeries = series; }
 
  protected:
   NCProject();
+
+  // Where the streams of saved datasets go. This project keeps each in memory (`kept`); a
+  // project kept in a file overrides these to write and read its file instead, and may throw
+  // `NCError` when the file fails. Write is called before the project records the save, Erase
+  // before it forgets a dataset.
+  virtual bool WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo& info,
+                                  std::string& kept);
+  virtual bool ReadDataSetStream(int number, const std::string& kept, NCDataSet& dataSet);
+  virtual void EraseDataSetStream(int number);
 
  private:
   // What the project keeps of one dataset.

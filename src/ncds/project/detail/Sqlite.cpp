@@ -106,8 +106,17 @@ const void* SqliteStatement::Blob(int column, std::size_t& size) const {
   return data;
 }
 
-SqliteTransaction::SqliteTransaction(SqliteDatabase& db) : mDb(db) {
-  mDb.Execute("BEGIN IMMEDIATE");
+SqliteTransaction::SqliteTransaction(SqliteDatabase& db, Kind kind) : mDb(db) {
+  if (kind == kRead) {
+    mDb.Execute("BEGIN");
+    return;
+  }
+  const int code = sqlite3_exec(mDb.Handle(), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+  if (kind == kWriteIfWritable && (code & 0xFF) == SQLITE_READONLY) {
+    mDb.Execute("BEGIN");
+    return;
+  }
+  mDb.Check(code);
 }
 
 SqliteTransaction::~SqliteTransaction() {

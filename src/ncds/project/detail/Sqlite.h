@@ -66,11 +66,14 @@ class SqliteStatement {
   sqlite3_stmt* mStmt = nullptr;
 };
 
-// An immediate write transaction, rolled back unless committed: a save either happens whole
-// or not at all, also when the process dies in the middle.
+// A transaction, rolled back unless committed: a save either happens whole or not at all,
+// also when the process dies in the middle. A write transaction takes the write lock at once;
+// a read transaction sees one state of the file throughout.
 class SqliteTransaction {
  public:
-  explicit SqliteTransaction(SqliteDatabase& db);
+  // kWriteIfWritable: a write transaction, or a read transaction on a read-only file.
+  enum Kind { kRead, kWrite, kWriteIfWritable };
+  explicit SqliteTransaction(SqliteDatabase& db, Kind kind = kWrite);
   ~SqliteTransaction();
   SqliteTransaction(const SqliteTransaction&) = delete;
   SqliteTransaction& operator=(const SqliteTransaction&) = delete;

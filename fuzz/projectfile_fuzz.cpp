@@ -1,0 +1,32 @@
+// Feeds arbitrary bytes to the project file reader as the content of a project file: opening
+// it and loading every dataset it lists must answer with errors, never crash or hang.
+
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "ncds/ncds.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const std::string path = "/tmp/ncds_fuzz_project_" + std::to_string(getpid());
+  {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  }
+  try {
+    const auto project = NCProjectFile::Open(path, false);
+    for (const int number : project->GetDataSetNumbers()) {
+      try {
+        project->LoadDataSet(number);
+      } catch (const NCError&) {
+      }
+    }
+  } catch (const NCError&) {
+  }
+  std::remove((path + "-journal").c_str());
+  return 0;
+}

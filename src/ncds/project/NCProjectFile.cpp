@@ -1,0 +1,238 @@
+#include "ncds/project/NCProjectFile.h"
+
+#include <boost/make_shared.hpp>
+#include <filesystem>
+#include <istream>
+#include <ostream>
+
+#include "ncds/batch/BatchImportSettings.h"
+#include "ncds/dataset/NCDataSet.h"
+#include "ncds/dataset/NCDataSetInfo.h"
+#include "ncds/foundations/Exception.h"
+#include "ncds/foundations/ExceptionMessage.h"
+#include "ncds/metadata/NCObservations.h"
+#include "ncds/metadata/NCVariables.h"
+#include "ncds/project/detail/BlobChunks.h"
+#include "ncds/project/detail/Sqlite.h"
+
+namespace ncds::detail {
+namespace {
+
+// "NCDS" in the file header, so that other tools can tell what the file is.
+constexpr std::int64_t kApplicationID = 0x4E434453;
+
+const char* const kVariablesStream = "variables";
+const char* const kObservationsStream = "observations";
+const char* const kSettingsStream = "settings";
+
+std::string DataSetStream(int number) { return "dataset/" + std::to_string(number); }
+std::string InfoStream(int number) { return "info/" + std::to_string(number); }
+
+std::int64_t QueryInt(SqliteDatabase& db, const char* sql) {
+  SqliteStatement query(db, sql);
+  return query.Step() ? query.Int(0) : 0;
+}
+
+// Writes `object` as stream `name`, replacing it; inside the caller's transaction.
+void WriteObject(SqliteDatabase& db, const std::string& name, const VStreamBase& object) {
+  ChunkWriter chunks(db, name);
+  std::ostream os(&chunks);
+  if (!(os << object)) {
+    throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
+                  db.Path());
+  }
+  chunks.Close();
+}
+
+// Reads `object` from stream `name`; false when it is missing or does not read.
+bool ReadObject(SqliteDatabase& db, const std::string& name, VStreamBase& object) {
+  ChunkReader chunks(db, name);
+  std::istream is(&chunks);
+  return chunks.Size() > 0 && static_cast<bool>(is >> object);
+}
+
+[[noreturn]] void ThrowDamaged(const std::string& path) {
+  throw NCError(ExceptionMessage::translate("The project file {1} is damaged.") % path);
+}
+
+}  // namespace
+}  // namespace ncds::detail
+
+using ncds::detail::SqliteDatabase;
+using ncds::detail::SqliteStatement;
+using ncds::detail::SqliteTransaction;
+
+NCProjectFile::NCProjectFile() = default;
+NCProjectFile::~NCProjectFile() = default;
+
+boost::shared_ptr<NCProjectFile> NCProjectFile::Open(const std::string& path, bool create) {
+  std::error_code error;
+  const bool exists = std::filesystem::exists(path, error);
+  if (!exists && !create) {
+    throw NCError(ExceptionMessage::translate("The project file {1} does not exist.") % path);
+  }
+  if (exists && std::filesystem::is_directory(path, error)) {
+    throw NCError(ExceptionMessage::translate("{1} is not an ncds project file.") % path);
+  }
+  boost::shared_ptr<NCProjectFile> project(new NCProjectFile());
+  project->mDb = std::make_unique<SqliteDatabase>(path, create);
+  // Large pages suit streams of megabytes (only a new file takes them). Committed saves
+  // survive the process being killed; only a power cut at the wrong moment could cost the
+  // last save.
+  project->mDb->Execute("PRAGMA page_size = 65536; PRAGMA synchronous = NORMAL");
+  project->ReadProject();
+  return project;
+}
+
+const std::string& NCProjectFile::GetPath() const { return mDb->Path(); }
+
+void NCProjectFile::ReadProject() {
+  SqliteDatabase& db = *mDb;
+  // A file another process is writing is refused rather than read half-way through a save;
+  // a read-only file is read as it is.
+  SqliteTransaction transaction(db, SqliteTransaction::kWriteIfWritable);
+  CheckFormat(true);
+
+  using ncds::detail::ReadObject;
+  BatchImportSettings settings;
+  if (!ReadObject(db, ncds::detail::kVariablesStream, GetVariables()) ||
+      !ReadObject(db, ncds::detail::kObservationsStream, GetObservations()) ||
+      !ReadObject(db, ncds::detail::kSettingsStream, settings)) {
+    ncds::detail::ThrowDamaged(db.Path());
+  }
+  SetBatchImportSettings(settings);
+
+  SqliteStatement numbers(db, "SELECT number FROM ncds_dataset ORDER BY number");
+  while (numbers.Step()) {
+    const int number = static_cast<int>(numbers.Int(0));
+    auto info = boost::make_shared<NCDataSetInfo>(shared_from_this());
+    bool read = false;
+    try {
+      read = ReadObject(db, ncds::detail::InfoStream(number), *info);
+    } catch (const NCError&) {
+      read = false;  // it names records the project does not hold
+    }
+    if (read && info->GetNumber() == number) {
+      RestoreDataSet(std::string(), std::move(info));
+    } else {
+      mDamaged.insert(number);
+    }
+  }
+  numbers.Reset();
+  transaction.Commit();
+}
+
+void NCProjectFile::CheckFormat(bool mayInitialise) {
+  SqliteDatabase& db = *mDb;
+  const std::int64_t application = ncds::detail::QueryInt(db, "PRAGMA application_id");
+  const std::int64_t tables = ncds::detail::QueryInt(db, "SELECT count(*) FROM sqlite_master");
+  if (application == 0 && tables == 0 && mayInitialise) {
+    Initialise();  // a new, empty file
+  } else if (application != ncds::detail::kApplicationID) {
+    throw NCError(ExceptionMessage::translate("{1} is not an ncds project file.") % db.Path());
+  }
+  const std::int64_t version = ncds::detail::QueryInt(db, "PRAGMA user_version");
+  if (version > kFormatVersion) {
+    throw NCError(ExceptionMessage::translate(
+                      "The project file {1} was written by a newer version of ncds (format {2}); "
+                      "this version reads format {3} and older.") %
+                  db.Path() % version % kFormatVersion);
+  }
+}
+
+std::vector<NCProjectFile::DataSetSummary> NCProjectFile::ListDataSets(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) {
+    throw NCError(ExceptionMessage::translate("The project file {1} does not exist.") % path);
+  }
+  boost::shared_ptr<NCProjectFile> project(new NCProjectFile());
+  project->mDb = std::make_unique<SqliteDatabase>(path, false);
+  SqliteTransaction transaction(*project->mDb, SqliteTransaction::kWriteIfWritable);
+  project->CheckFormat(false);
+  std::vector<DataSetSummary> summaries;
+  SqliteStatement list(*project->mDb,
+                       "SELECT number, name, observations, variables, data_type FROM "
+                       "ncds_dataset ORDER BY number");
+  while (list.Step()) {
+    summaries.push_back({static_cast<int>(list.Int(0)), list.Text(1), static_cast<int>(list.Int(2)),
+                         static_cast<int>(list.Int(3)), static_cast<int>(list.Int(4))});
+  }
+  return summaries;
+}
+
+void NCProjectFile::Initialise() {
+  SqliteDatabase& db = *mDb;
+  ncds::detail::CreateChunkTable(db);
+  // What listings show, kept beside the streams so that they need not be read.
+  db.Execute(
+      "CREATE TABLE ncds_dataset(number INTEGER PRIMARY KEY, name TEXT NOT NULL, "
+      "observations INTEGER NOT NULL, variables INTEGER NOT NULL, data_type INTEGER NOT NULL)");
+  db.Execute(("PRAGMA application_id = " + std::to_string(ncds::detail::kApplicationID)).c_str());
+  db.Execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
+  WriteMetadata();
+}
+
+void NCProjectFile::WriteMetadata() {
+  ncds::detail::WriteObject(*mDb, ncds::detail::kVariablesStream, GetVariables());
+  ncds::detail::WriteObject(*mDb, ncds::detail::kObservationsStream, GetObservations());
+  ncds::detail::WriteObject(*mDb, ncds::detail::kSettingsStream, GetBatchImportSettings());
+}
+
+void NCProjectFile::SaveMetadata() {
+  SqliteTransaction transaction(*mDb);
+  WriteMetadata();
+  transaction.Commit();
+}
+
+bool NCProjectFile::SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) {
+  return NCProject::SaveDataSet(std::move(dataSet));
+}
+
+bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo& info,
+                                       std::string&) {
+  SqliteTransaction transaction(*mDb);
+  // The dataset's rows and columns refer to records: they are saved with it.
+  WriteMetadata();
+  const int number = info.GetNumber();
+  ncds::detail::WriteObject(*mDb, ncds::detail::DataSetStream(number), dataSet);
+  ncds::detail::WriteObject(*mDb, ncds::detail::InfoStream(number), info);
+  SqliteStatement add(*mDb,
+                      "INSERT OR REPLACE INTO ncds_dataset(number, name, observations, variables, "
+                      "data_type) VALUES(?, ?, ?, ?, ?)");
+  add.Bind(1, std::int64_t{number})
+      .Bind(2, std::string_view(info.GetName()))
+      .Bind(3, std::int64_t{info.SizeObservations()})
+      .Bind(4, std::int64_t{info.SizeVariables()})
+      .Bind(5, std::int64_t{info.GetDataType()})
+      .Step();
+  transaction.Commit();
+  mDamaged.erase(number);
+  return true;
+}
+
+bool NCProjectFile::ReadDataSetStream(int number, const std::string&, NCDataSet& dataSet) {
+  SqliteTransaction transaction(*mDb, SqliteTransaction::kRead);
+  if (ncds::detail::ReadObject(*mDb, ncds::detail::DataSetStream(number), dataSet)) return true;
+  throw NCError(
+      ExceptionMessage::translate("Dataset {1} in the project file {2} is damaged and cannot be "
+                                  "read; the other datasets are not affected.") %
+      number % mDb->Path());
+}
+
+void NCProjectFile::EraseDataSetStream(int number) {
+  SqliteTransaction transaction(*mDb);
+  ncds::detail::DeleteChunks(*mDb, ncds::detail::DataSetStream(number));
+  ncds::detail::DeleteChunks(*mDb, ncds::detail::InfoStream(number));
+  SqliteStatement remove(*mDb, "DELETE FROM ncds_dataset WHERE number = ?");
+  remove.Bind(1, std::int64_t{number}).Step();
+  transaction.Commit();
+  mDamaged.erase(number);
+}
+
+bool NCProjectFile::RemoveDataSet(int number) {
+  if (mDamaged.count(number) > 0) {
+    EraseDataSetStream(number);
+    return true;
+  }
+  return NCProject::RemoveDataSet(number);
+}

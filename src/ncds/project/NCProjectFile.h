@@ -1,0 +1,89 @@
+#ifndef NCDS_PROJECT_NCPROJECTFILE_H
+#define NCDS_PROJECT_NCPROJECTFILE_H
+
+// A project kept in one file: an `NCProject` whose variables, observations, batch import
+// settings and saved datasets live in an SQLite database on disk (embedded, no server).
+//
+// Opening a project reads its metadata and the description (`NCDataSetInfo`) of every
+// dataset, never a matrix; a dataset's values are read when it is loaded (`LoadDataSet`).
+// Each save (`SaveDataSet`, `SaveMetadata`, `RemoveDataSet`) is one transaction that writes
+// the project's metadata with it: when the process dies in the middle, the file is as it was
+// before the save began. Streams are stored in checksummed chunks; a damaged dataset is
+// reported by number and the others stay readable.
+//
+// Failures of the file (not a project, written by a newer version, in use by another process,
+// damaged, disk full) throw `NCError` with a translated message naming the file; a failed save
+// leaves the file and the project as they were. One thread at a time; the file is opened for
+// as long as the object lives.
+
+#include <boost/shared_ptr.hpp>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ncds/ncds_export.h"
+#include "ncds/project/NCProject.h"
+
+namespace ncds::detail {
+class SqliteDatabase;
+}
+
+class NCDS_EXPORT NCProjectFile : public NCProject {
+ public:
+  // The format version this build writes; files of a higher version are refused.
+  static constexpr int kFormatVersion = 1;
+
+  // What a listing shows of a stored dataset.
+  struct DataSetSummary {
+    int number = 0;
+    std::string name;
+    int observations = 0;
+    int variables = 0;
+    int dataType = 0;
+  };
+  // The datasets stored in the project file at `path`, by number, read from a small table
+  // of the file without opening the project: fast for any size of project. Throws `NCError`
+  // as `Open` does.
+  static std::vector<DataSetSummary> ListDataSets(const std::string& path);
+
+  // Opens the project file at `path`; with `create`, an absent (or empty) file becomes a new,
+  // empty project. Throws `NCError` when the file cannot serve as a project.
+  static boost::shared_ptr<NCProjectFile> Open(const std::string& path, bool create);
+  ~NCProjectFile() override;
+
+  const std::string& GetPath() const;
+
+  // Writes the variables, observations and batch import settings.
+  void SaveMetadata();
+  // Writes `dataSet` and the metadata in one transaction; throws `NCError` when the file
+  // fails (the file and the project then keep what they had).
+  bool SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) override;
+  // Removes dataset `number` from the file, a damaged one too.
+  bool RemoveDataSet(int number) override;
+
+  // The datasets whose description could not be read when the file was opened: their data
+  // is damaged. They are not among `GetDataSetNumbers`.
+  const std::set<int>& GetDamagedDataSets() const { return mDamaged; }
+
+ protected:
+  bool WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo& info,
+                          std::string& kept) override;
+  // Throws `NCError` naming the dataset when its stored data is damaged.
+  bool ReadDataSetStream(int number, const std::string& kept, NCDataSet& dataSet) override;
+  void EraseDataSetStream(int number) override;
+
+ private:
+  NCProjectFile();
+
+  // Checks that the open file is a project this build reads; a new, empty file becomes one.
+  void CheckFormat(bool mayInitialise);
+  void Initialise();
+  void ReadProject();
+  void WriteMetadata();
+
+  std::unique_ptr<ncds::detail::SqliteDatabase> mDb;
+  std::set<int> mDamaged;
+};
+
+#endif  // NCDS_PROJECT_NCPROJECTFILE_H

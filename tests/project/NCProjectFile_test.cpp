@@ -1,0 +1,265 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ncds/ncds.h"
+#include "support/TestSupport.h"
+
+namespace {
+
+using ncds::test::TempFile;
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteAll(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+// Adds `rows` observations and `columns` variables to `project` and a dataset `number` of
+// them whose cell (i, j) holds `Cell(number, i, j)`.
+float Cell(int number, int row, int column) {
+  return static_cast<float>(number * 1000003 + row * 131 + column) * 0.25F;
+}
+
+boost::shared_ptr<NCDataSet> AddDataSet(const boost::shared_ptr<NCProject>& project, int number,
+                                        int rows, int columns) {
+  VarObsInfoVector<ObservationInfo> infos;
+  for (int i = 0; i < rows; ++i) {
+    const std::string id = "D" + std::to_string(number) + "_" + std::to_string(i);
+    infos.push_back(project->GetObservations().Add(
+        std::make_unique<ObservationInfo>(id, project->CreateUniqueID())));
+  }
+  NCIntegralVector<unsigned long, 0> varIDs;
+  NCDataMatrix<float> values(rows, columns);
+  for (int j = 0; j < columns; ++j) {
+    const unsigned long id = project->CreateUniqueID();
+    project->GetVariables().Add(std::make_unique<QuantitativeVariableInfo>(
+        "V" + std::to_string(number) + "_" + std::to_string(j), id));
+    varIDs.push_back(id);
+    for (int i = 0; i < rows; ++i) values(i, j) = Cell(number, i, j);
+  }
+  return NCDataSet::Create(project, ("Set " + std::to_string(number)).c_str(), number, &values,
+                           std::move(infos), &varIDs, {1}, {1}, "", nullptr, nullptr);
+}
+
+void ExpectValues(const NCDataSet& dataSet, int number, int rows, int columns) {
+  ASSERT_EQ(dataSet.SizeObservations(), rows);
+  ASSERT_EQ(dataSet.SizeVariables(), columns);
+  for (int i = 0; i < rows; i += std::max(1, rows / 97)) {
+    for (int j = 0; j < columns; ++j) {
+      ASSERT_EQ(dataSet.GetValue(i + 1, j + 1), Cell(number, i, j)) << i << "," << j;
+    }
+  }
+}
+
+std::string ErrorOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const NCError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(NCProjectFile, DataSetsSurviveReopeningAndLoadOnDemand) {
+  TempFile file("project_roundtrip.ncds");
+  {
+    const auto project = NCProjectFile::Open(file.path(), true);
+    EXPECT_TRUE(project->GetDataSetNumbers().empty());
+    // The second dataset spans several chunks of the file.
+    ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 1, 5, 3)));
+    ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 2, 300000, 5)));
+    ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 3, 0, 0)));
+  }
+  {
+    const auto project = NCProjectFile::Open(file.path(), false);
+    EXPECT_EQ(project->GetDataSetNumbers(), (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(project->GetObservations().size(), 300005u);
+    EXPECT_EQ(project->GetVariables().size(), 8u);
+    // Listed from their descriptions, without their values.
+    EXPECT_FALSE(project->IsDataSetLoaded(2));
+    const auto info = project->GetDataContainer(2);
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->SizeObservations(), 300000);
+    EXPECT_EQ(info->SizeVariables(), 5);
+    EXPECT_STREQ(project->GetDataSetInfo(2)->GetName(), "Set 2");
+    const auto two = project->LoadDataSet(2);
+    ASSERT_TRUE(two);
+    ExpectValues(*two, 2, 300000, 5);
+    EXPECT_EQ(two->GetObservationInfo(7)->GetUserID(1), "D2_6");
+    ExpectValues(*project->LoadDataSet(3), 3, 0, 0);
+    // Replacing and removing are saved too.
+    ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 1, 2, 2)));
+    EXPECT_TRUE(project->RemoveDataSet(3));
+    EXPECT_FALSE(project->RemoveDataSet(3));
+  }
+  const auto project = NCProjectFile::Open(file.path(), false);
+  EXPECT_EQ(project->GetDataSetNumbers(), (std::vector<int>{1, 2}));
+  ExpectValues(*project->LoadDataSet(1), 1, 2, 2);
+  // Listed without opening the project.
+  const auto listed = NCProjectFile::ListDataSets(file.path());
+  ASSERT_EQ(listed.size(), 2u);
+  EXPECT_EQ(listed[0].number, 1);
+  EXPECT_EQ(listed[0].name, "Set 1");
+  EXPECT_EQ(listed[0].observations, 2);
+  EXPECT_EQ(listed[0].variables, 2);
+  EXPECT_EQ(listed[1].observations, 300000);
+  EXPECT_EQ(listed[1].dataType, NCDataSet::kOrdinary);
+}
+
+TEST(NCProjectFile, RefusesWhatIsNoProjectAndLeavesItAlone) {
+  TempFile file("project_refusals.ncds");
+  EXPECT_NE(ErrorOf([&] { NCProjectFile::Open(file.path(), false); }).find("does not exist"),
+            std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(file.path()));
+
+  WriteAll(file.path(), "ObsID,X\nO1,1.5\n");
+  EXPECT_NE(ErrorOf([&] { NCProjectFile::Open(file.path(), true); }).find("not an ncds project"),
+            std::string::npos);
+  EXPECT_EQ(ReadAll(file.path()), "ObsID,X\nO1,1.5\n");
+
+  std::filesystem::remove(file.path());
+  NCProjectFile::Open(file.path(), true);
+  const std::string valid = ReadAll(file.path());
+  ASSERT_GT(valid.size(), 100u);
+  // The database header: the user version (format) at byte 60, the application ID at 68.
+  std::string newer = valid;
+  newer[63] = 99;
+  WriteAll(file.path(), newer);
+  EXPECT_NE(ErrorOf([&] { NCProjectFile::Open(file.path(), false); }).find("newer version"),
+            std::string::npos);
+  EXPECT_EQ(ReadAll(file.path()), newer);
+  std::string foreign = valid;
+  foreign[68] = 'X';
+  WriteAll(file.path(), foreign);
+  EXPECT_NE(ErrorOf([&] { NCProjectFile::Open(file.path(), false); }).find("not an ncds project"),
+            std::string::npos);
+  EXPECT_EQ(ReadAll(file.path()), foreign);
+
+  // A project that another process is writing.
+  WriteAll(file.path(), valid);
+  sqlite3* other = nullptr;
+  ASSERT_EQ(sqlite3_open(file.path().c_str(), &other), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+  EXPECT_NE(ErrorOf([&] { NCProjectFile::Open(file.path(), false); }).find("in use"),
+            std::string::npos);
+  sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(other);
+  EXPECT_NO_THROW(NCProjectFile::Open(file.path(), false));
+}
+
+TEST(NCProjectFile, DamagedDataSetIsNamedAndTheOthersStayReadable) {
+  TempFile file("project_damaged.ncds");
+  {
+    const auto project = NCProjectFile::Open(file.path(), true);
+    project->SaveDataSet(AddDataSet(project, 1, 10, 2));
+    project->SaveDataSet(AddDataSet(project, 2, 1000, 3));
+  }
+  // Flip one byte of a value of dataset 2 in the file.
+  std::string bytes = ReadAll(file.path());
+  const float value = Cell(2, 500, 1);
+  char pattern[sizeof value];
+  std::memcpy(pattern, &value, sizeof value);
+  const std::size_t at = bytes.find(std::string(pattern, sizeof value));
+  ASSERT_NE(at, std::string::npos);
+  bytes[at] = static_cast<char>(bytes[at] ^ 0x10);
+  WriteAll(file.path(), bytes);
+
+  const auto project = NCProjectFile::Open(file.path(), false);
+  EXPECT_EQ(project->GetDataSetNumbers(), (std::vector<int>{1, 2}));
+  const std::string error = ErrorOf([&] { project->LoadDataSet(2); });
+  EXPECT_NE(error.find("Dataset 2"), std::string::npos) << error;
+  EXPECT_NE(error.find("damaged"), std::string::npos) << error;
+  EXPECT_FALSE(project->IsDataSetLoaded(2));
+  ExpectValues(*project->LoadDataSet(1), 1, 10, 2);
+  // It can still be replaced.
+  ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 2, 3, 1)));
+  ExpectValues(*project->LoadDataSet(2), 2, 3, 1);
+}
+
+TEST(NCProjectFile, DamagedFilesGiveErrorsNeverCrashes) {
+  TempFile file("project_corrupt.ncds");
+  {
+    const auto project = NCProjectFile::Open(file.path(), true);
+    project->SaveDataSet(AddDataSet(project, 1, 40, 3));
+    project->SaveDataSet(AddDataSet(project, 2, 7, 2));
+  }
+  const std::string valid = ReadAll(file.path());
+  // Opens a damaged copy and reads everything it offers; errors are fine, crashes are not.
+  const auto tryAll = [&](const std::string& bytes) {
+    WriteAll(file.path(), bytes);
+    try {
+      const auto project = NCProjectFile::Open(file.path(), false);
+      for (const int number : project->GetDataSetNumbers()) {
+        try {
+          project->LoadDataSet(number);
+        } catch (const NCError&) {
+        }
+      }
+    } catch (const NCError&) {
+    }
+  };
+  for (std::size_t k = 0; k < 64; ++k) tryAll(valid.substr(0, valid.size() * k / 64));
+  for (std::size_t k = 0; k < 512; ++k) {
+    std::string damaged = valid;
+    const std::size_t at = (k * 7919) % damaged.size();
+    damaged[at] = static_cast<char>(damaged[at] ^ (1 << (k % 8)));
+    tryAll(damaged);
+  }
+}
+
+TEST(NCProjectFile, KilledSaveLeavesTheFileAsItWas) {
+  TempFile file("project_killed.ncds");
+  {
+    const auto project = NCProjectFile::Open(file.path(), true);
+    project->SaveDataSet(AddDataSet(project, 1, 100, 4));
+  }
+  const std::string journal = file.path() + "-journal";
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // A save of two hundred megabytes, killed while it writes.
+    try {
+      const auto project = NCProjectFile::Open(file.path(), false);
+      project->SaveDataSet(AddDataSet(project, 2, 500000, 100));
+    } catch (...) {
+    }
+    _exit(0);
+  }
+  // The journal exists from the save's first write until its commit.
+  bool sawJournal = false;
+  int status = 0;
+  while (!sawJournal) {
+    sawJournal = std::filesystem::exists(journal);
+    if (!sawJournal && waitpid(child, &status, WNOHANG) == child) break;
+    std::this_thread::yield();
+  }
+  ASSERT_TRUE(sawJournal) << "the save ended before it could be interrupted";
+  kill(child, SIGKILL);
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status));
+
+  const auto project = NCProjectFile::Open(file.path(), false);
+  EXPECT_EQ(project->GetDataSetNumbers(), (std::vector<int>{1}));
+  EXPECT_EQ(project->GetObservations().size(), 100u);
+  ExpectValues(*project->LoadDataSet(1), 1, 100, 4);
+  std::filesystem::remove(journal);
+}
+
+}  // namespace
