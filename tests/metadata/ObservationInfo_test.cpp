@@ -109,6 +109,25 @@ bool ReadInsideEntry(const std::string& bytes, std::vector<ObservationInfo>& rec
   return true;
 }
 
+TEST(ObservationInfo, SmallAndLargeRecordsWriteTheSameLayout) {
+  // Small records are encoded in one piece, large ones through directories: both must give
+  // the bytes of the record's parts written one after another.
+  for (const Strings& ids : {Strings{}, Strings{"O1", "B7"}, Strings(3, std::string(600, 'x'))}) {
+    ObservationInfo obs(ids, 4000000000UL);
+    obs.SetDefaultClass(-3);
+    obs.SetBatch(12);
+    std::ostringstream expected;
+    VStreamLight::WriteMagicStringAndVersionNumber(expected, 1, "OI");
+    expected << VarObsInfo(ids, 4000000000UL);
+    {
+      OutputStreamDirectory directory(expected, 2);
+      WriteToStreamDir(std::int32_t{-3}, directory, 0);
+      WriteToStreamDir(std::uint32_t{12}, directory, 1);
+    }
+    EXPECT_EQ(WriteToString(obs), expected.str()) << ids.size();
+  }
+}
+
 TEST(ObservationInfo, RecordsInsideEntriesReadAsAlone) {
   ObservationInfo tagged(Strings{"O1", "B1"}, 77);
   tagged.SetBatch(5);

@@ -9,6 +9,7 @@
 #include "ncds/foundations/OutputStreamDirectory.h"
 #include "ncds/foundations/ReadFromStreamDir.h"
 #include "ncds/foundations/detail/ByteReader.h"
+#include "ncds/foundations/detail/ByteWriter.h"
 #include "ncds/foundations/detail/StreamWindow.h"
 
 namespace ncds::detail {
@@ -47,6 +48,7 @@ ObservationInfo* ObservationInfo::Clone() const { return new ObservationInfo(*th
 
 bool ObservationInfo::VStreamableStartWrite(std::ostream& os) const {
   if (!mGuard.Enter()) return true;
+  if (WriteBuffered(os)) return static_cast<bool>(os);
   return msVStreamData.Write(os) && VarObsInfo::VStreamableStartWrite(os) && VStreamableWrite(os);
 }
 
@@ -55,6 +57,24 @@ bool ObservationInfo::VStreamableWrite(std::ostream& os) const {
   WriteToStreamDir(mDefaultClass, directory, ncds::detail::kTagDefaultClass);
   WriteToStreamDir(static_cast<std::uint32_t>(mBatch), directory, ncds::detail::kTagBatch);
   return directory.Close();
+}
+
+bool ObservationInfo::WriteBuffered(std::ostream& os) const {
+  // Observations are written by the million: one write of the encoded record saves the two
+  // directory writers it would otherwise take. The bytes are the same.
+  char buffer[ncds::detail::kBufferedRecordBytes];
+  ncds::detail::ByteWriter bytes(buffer, sizeof buffer);
+  if (!bytes.Magic(msVStreamData.GetMagic(),
+                   static_cast<std::uint16_t>(msVStreamData.GetMyVStreamVersionNumber())) ||
+      !EncodeCommonPart(bytes) || !bytes.BeginDirectory(2) ||
+      !bytes.EntryHeader(ncds::detail::kTagDefaultClass, 4) || !bytes.Fixed(mDefaultClass) ||
+      !bytes.EntryHeader(ncds::detail::kTagBatch, 4) ||
+      !bytes.Fixed(static_cast<std::uint32_t>(mBatch)) || !bytes.EndDirectory()) {
+    return false;
+  }
+  EnterCommonPart();
+  os.write(bytes.Data(), static_cast<std::streamsize>(bytes.Size()));
+  return true;
 }
 
 bool ObservationInfo::VStreamableStartRead(std::istream& is) {

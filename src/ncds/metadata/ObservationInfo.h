@@ -48,6 +48,9 @@ class NCDS_EXPORT ObservationInfo : public VarObsInfo {
 
  private:
   bool VStreamableWrite(std::ostream& os) const;
+  // Encodes the whole record and writes it in one piece when it is small; false (nothing
+  // written) otherwise.
+  bool WriteBuffered(std::ostream& os) const;
   // Decodes the record in place when its window holds all of it in the layout this version
   // writes; false (nothing read) otherwise.
   bool ReadBuffered(std::istream& is);

@@ -15,6 +15,7 @@
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/VxString.h"
 #include "ncds/foundations/detail/ByteReader.h"
+#include "ncds/foundations/detail/ByteWriter.h"
 #include "ncds/foundations/detail/OneBased.h"
 #include "ncds/metadata/VarObs.h"
 
@@ -205,6 +206,23 @@ bool VarObsInfo::DecodeCommonPart(ncds::detail::ByteReader& bytes, std::vector<s
     ids.emplace_back(text, length);
   }
   return entries[1].Fixed(uniqueID);
+}
+
+bool VarObsInfo::EncodeCommonPart(ncds::detail::ByteWriter& bytes) const {
+  if (mGuard.IsSet()) return false;
+  std::size_t idsLength = 4;
+  for (const std::string& id : mIDs) idsLength += ncds::detail::ByteWriter::BinaryStringSize(id);
+  if (!bytes.Magic(msVStreamData.GetMagic(),
+                   static_cast<std::uint16_t>(msVStreamData.GetMyVStreamVersionNumber())) ||
+      !bytes.BeginDirectory(2) || !bytes.EntryHeader(ncds::detail::kTagIDs, idsLength) ||
+      !bytes.Fixed(static_cast<std::uint32_t>(mIDs.size()))) {
+    return false;
+  }
+  for (const std::string& id : mIDs) {
+    if (!bytes.BinaryString(id)) return false;
+  }
+  return bytes.EntryHeader(ncds::detail::kTagUniqueID, 4) &&
+         bytes.Fixed(static_cast<std::uint32_t>(mUniqueID)) && bytes.EndDirectory();
 }
 
 void VarObsInfo::AdoptCommonPart(std::vector<std::string>&& ids, std::uint32_t uniqueID) {

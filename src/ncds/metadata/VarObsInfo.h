@@ -25,7 +25,8 @@
 
 namespace ncds::detail {
 class ByteReader;
-}
+class ByteWriter;
+}  // namespace ncds::detail
 
 class VarObs;
 class VariableInfo;
@@ -86,6 +87,11 @@ class NCDS_EXPORT VarObsInfo : public virtual VStreamBase {
   bool DecodeCommonPart(ncds::detail::ByteReader& bytes, std::vector<std::string>& ids,
                         std::uint32_t& uniqueID) const;
   void AdoptCommonPart(std::vector<std::string>&& ids, std::uint32_t uniqueID);
+  // The fast write of a derived record: encodes this part as the streams would write it, when
+  // it is not written yet in this pass and fits; false otherwise. `EnterCommonPart` then
+  // marks it written, as a write of this part would.
+  bool EncodeCommonPart(ncds::detail::ByteWriter& bytes) const;
+  void EnterCommonPart() const { mGuard.Enter(); }
 
  private:
   friend class VarObs;
