@@ -9,6 +9,7 @@ packages=(
   cmake ninja-build g++ make git gettext
   libboost-dev libboost-locale-dev libboost-thread-dev libboost-date-time-dev
   libgtest-dev libgmock-dev libbenchmark-dev libfast-float-dev libpugixml-dev libsqlite3-dev
+  libcli11-dev
   zlib1g-dev
 )
 if [[ "${1:-}" == "--ci" ]]; then
