@@ -1,7 +1,12 @@
 #include "BenchSupport.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+
+#include "ncds/foundations/OutputFileStream.h"
+#include "ncds/foundations/VStreamBase.h"
 
 namespace ncds::bench {
 
@@ -29,6 +34,24 @@ std::string ScratchPath(const std::string& name) {
   const char* dir = std::getenv("NCDS_BENCH_DIR");
   if (!dir || !*dir) dir = std::getenv("TMPDIR");
   return std::string(dir && *dir ? dir : "/tmp") + "/" + name;
+}
+
+void TimeWriteToNewFile(benchmark::State& state, const VStreamBase& object, const std::string& path,
+                        double matrixBytes) {
+  double growth = 0.0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::remove(path.c_str());
+    state.ResumeTiming();
+    ResetPeakRss();
+    const std::int64_t before = CurrentRssBytes();
+    OutputFileStream os(path);
+    os << object;
+    if (!os.close()) state.SkipWithError("write failed");
+    growth = std::max(growth, double(PeakRssBytes() - before) / matrixBytes);
+  }
+  std::remove(path.c_str());
+  state.counters["rss_growth/matrix"] = growth;
 }
 
 }  // namespace ncds::bench

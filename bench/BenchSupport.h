@@ -3,8 +3,12 @@
 
 // Helpers shared by the benchmarks.
 
+#include <benchmark/benchmark.h>
+
 #include <cstdint>
 #include <string>
+
+class VStreamBase;
 
 namespace ncds::bench {
 
@@ -17,6 +21,13 @@ std::int64_t CurrentRssBytes();
 
 // A path for scratch files: $NCDS_BENCH_DIR if set, else the system's temporary folder.
 std::string ScratchPath(const std::string& name);
+
+// Writes `object` to a new file at `path` in each iteration (the file is removed untimed
+// first: ext4 flushes a file replaced by truncation when it is closed, which would time the
+// disk rather than the writer), and reports the largest growth of the resident set during a
+// write as "rss_growth/matrix", a fraction of `matrixBytes`. The file is removed at the end.
+void TimeWriteToNewFile(benchmark::State& state, const VStreamBase& object, const std::string& path,
+                        double matrixBytes);
 
 }  // namespace ncds::bench
 

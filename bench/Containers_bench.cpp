@@ -90,25 +90,9 @@ void SetThroughput(benchmark::State& state) {
 }
 
 void BM_MatrixWriteToFile(benchmark::State& state) {
-  const Matrix& m = BigMatrix();
-  const std::string path = ncds::bench::ScratchPath("ncds_bench_matrix_out.bin");
-  double growth = 0.0;
-  for (auto _ : state) {
-    // A new file each time: ext4 flushes a file replaced by truncation when it is closed,
-    // which would time the disk rather than the writer.
-    state.PauseTiming();
-    std::remove(path.c_str());
-    state.ResumeTiming();
-    ncds::bench::ResetPeakRss();
-    const std::int64_t before = ncds::bench::CurrentRssBytes();
-    OutputFileStream os(path);
-    os << m;
-    if (!os.close()) state.SkipWithError("write failed");
-    growth = std::max(growth, double(ncds::bench::PeakRssBytes() - before) / kMatrixBytes);
-  }
-  std::remove(path.c_str());
+  ncds::bench::TimeWriteToNewFile(
+      state, BigMatrix(), ncds::bench::ScratchPath("ncds_bench_matrix_out.bin"), kMatrixBytes);
   SetThroughput(state);
-  state.counters["rss_growth/matrix"] = growth;
 }
 BENCHMARK(BM_MatrixWriteToFile)->Apply(Repeated);
 

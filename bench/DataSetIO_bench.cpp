@@ -114,25 +114,10 @@ const std::string& DataSetFile() {
 }
 
 void BM_DataSetWriteToFile(benchmark::State& state) {
-  const NCDataSet& dataSet = *Full().dataSet;
-  const std::string path = ncds::bench::ScratchPath("ncds_bench_dataset_out.ncds");
-  double growth = 0.0;
-  for (auto _ : state) {
-    // A new file each time: ext4 flushes a file replaced by truncation when it is closed,
-    // which would time the disk rather than the writer.
-    state.PauseTiming();
-    std::remove(path.c_str());
-    state.ResumeTiming();
-    ncds::bench::ResetPeakRss();
-    const std::int64_t before = ncds::bench::CurrentRssBytes();
-    OutputFileStream os(path);
-    os << dataSet;
-    if (!os.close()) state.SkipWithError("write failed");
-    growth = std::max(growth, double(ncds::bench::PeakRssBytes() - before) / kMatrixBytes);
-  }
-  std::remove(path.c_str());
+  ncds::bench::TimeWriteToNewFile(state, *Full().dataSet,
+                                  ncds::bench::ScratchPath("ncds_bench_dataset_out.ncds"),
+                                  kMatrixBytes);
   SetThroughput(state);
-  state.counters["rss_growth/matrix"] = growth;
 }
 BENCHMARK(BM_DataSetWriteToFile)->Apply(Repeated);
 

@@ -106,19 +106,6 @@ int FindDataSet(const NCProjectFile& project, const std::string& which) {
                 which);
 }
 
-// Commands other than import never create a project.
-void CheckExists(const std::string& path) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) {
-    throw NCError(ExceptionMessage::translate("The project file {1} does not exist.") % path);
-  }
-}
-
-boost::shared_ptr<NCProjectFile> OpenExisting(const std::string& path) {
-  CheckExists(path);
-  return NCProjectFile::Open(path, false);
-}
-
 boost::shared_ptr<NCDataSet> Load(NCProjectFile& project, int number) {
   boost::shared_ptr<NCDataSet> dataSet = project.LoadDataSet(number);
   if (!dataSet) {
@@ -155,7 +142,6 @@ int Import(const Request& request, std::ostream& out, std::ostream& err) {
 }
 
 int List(const Request& request, std::ostream& out) {
-  CheckExists(request.project);
   const std::vector<NCProjectFile::DataSetSummary> summaries =
       NCProjectFile::ListDataSets(request.project);
   if (summaries.empty()) {
@@ -207,7 +193,7 @@ std::string Levels(const VariableInfo& info) {
 }
 
 int Show(const Request& request, std::ostream& out) {
-  const boost::shared_ptr<NCProjectFile> project = OpenExisting(request.project);
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
   const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number);
   const NCVariables& variables = project->GetVariables();
@@ -285,7 +271,7 @@ std::string IdOptions(const NCDataSet& dataSet, const NCObservations& observatio
 }
 
 int Export(const Request& request, std::ostream& out, std::ostream& err) {
-  const boost::shared_ptr<NCProjectFile> project = OpenExisting(request.project);
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
   const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number);
   const CsvExportOptions options;
@@ -312,7 +298,7 @@ int Export(const Request& request, std::ostream& out, std::ostream& err) {
 }
 
 int Delete(const Request& request, std::ostream& out, std::ostream& err) {
-  const boost::shared_ptr<NCProjectFile> project = OpenExisting(request.project);
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
   const std::string name = project->GetDataSetInfo(number)->GetName();
   bool removed = false;

@@ -3,6 +3,7 @@
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/VStreamLight.h"
 #include "ncds/foundations/detail/ByteReader.h"
+#include "ncds/foundations/detail/ByteWriter.h"
 
 VStreamableData::VStreamableData(std::int16_t version, const char* magic)
     : mMagic(magic ? magic : ""), mVersion(version) {
@@ -14,6 +15,10 @@ VStreamableData::VStreamableData(std::int16_t version, const char* magic)
 bool VStreamableData::Write(std::ostream& os) const {
   return VStreamLight::WriteMagicStringAndVersionNumber(os, static_cast<std::uint16_t>(mVersion),
                                                         mMagic);
+}
+
+bool VStreamableData::Write(ncds::detail::ByteWriter& bytes) const {
+  return bytes.Magic(mMagic, static_cast<std::uint16_t>(mVersion));
 }
 
 bool VStreamableData::Check(std::istream& is) const {

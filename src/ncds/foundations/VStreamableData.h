@@ -16,13 +16,17 @@
 
 namespace ncds::detail {
 class ByteReader;
-}
+class ByteWriter;
+}  // namespace ncds::detail
 
 class NCDS_EXPORT VStreamableData {
  public:
   VStreamableData(std::int16_t version, const char* magic);
 
   bool Write(std::ostream& os) const;
+  // The same into bytes in memory, for the library's fast record writers; false when they
+  // do not fit.
+  bool Write(ncds::detail::ByteWriter& bytes) const;
   // False when the magic does not match or the stream ends; never throws.
   bool Check(std::istream& is) const;
   bool Check(std::istream& is, std::int16_t& versionRead) const;

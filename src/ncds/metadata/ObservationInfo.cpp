@@ -64,9 +64,7 @@ bool ObservationInfo::WriteBuffered(std::ostream& os) const {
   // directory writers it would otherwise take. The bytes are the same.
   char buffer[ncds::detail::kBufferedRecordBytes];
   ncds::detail::ByteWriter bytes(buffer, sizeof buffer);
-  if (!bytes.Magic(msVStreamData.GetMagic(),
-                   static_cast<std::uint16_t>(msVStreamData.GetMyVStreamVersionNumber())) ||
-      !EncodeCommonPart(bytes) || !bytes.BeginDirectory(2) ||
+  if (!msVStreamData.Write(bytes) || !EncodeCommonPart(bytes) || !bytes.BeginDirectory(2) ||
       !bytes.EntryHeader(ncds::detail::kTagDefaultClass, 4) || !bytes.Fixed(mDefaultClass) ||
       !bytes.EntryHeader(ncds::detail::kTagBatch, 4) ||
       !bytes.Fixed(static_cast<std::uint32_t>(mBatch)) || !bytes.EndDirectory()) {

@@ -212,9 +212,8 @@ bool VarObsInfo::EncodeCommonPart(ncds::detail::ByteWriter& bytes) const {
   if (mGuard.IsSet()) return false;
   std::size_t idsLength = 4;
   for (const std::string& id : mIDs) idsLength += ncds::detail::ByteWriter::BinaryStringSize(id);
-  if (!bytes.Magic(msVStreamData.GetMagic(),
-                   static_cast<std::uint16_t>(msVStreamData.GetMyVStreamVersionNumber())) ||
-      !bytes.BeginDirectory(2) || !bytes.EntryHeader(ncds::detail::kTagIDs, idsLength) ||
+  if (!msVStreamData.Write(bytes) || !bytes.BeginDirectory(2) ||
+      !bytes.EntryHeader(ncds::detail::kTagIDs, idsLength) ||
       !bytes.Fixed(static_cast<std::uint32_t>(mIDs.size()))) {
     return false;
   }

@@ -65,7 +65,7 @@ using ncds::detail::SqliteTransaction;
 NCProjectFile::NCProjectFile() = default;
 NCProjectFile::~NCProjectFile() = default;
 
-boost::shared_ptr<NCProjectFile> NCProjectFile::Open(const std::string& path, bool create) {
+boost::shared_ptr<NCProjectFile> NCProjectFile::Connect(const std::string& path, bool create) {
   std::error_code error;
   const bool exists = std::filesystem::exists(path, error);
   if (!exists && !create) {
@@ -80,6 +80,11 @@ boost::shared_ptr<NCProjectFile> NCProjectFile::Open(const std::string& path, bo
   // survive the process being killed; only a power cut at the wrong moment could cost the
   // last save.
   project->mDb->Execute("PRAGMA page_size = 65536; PRAGMA synchronous = NORMAL");
+  return project;
+}
+
+boost::shared_ptr<NCProjectFile> NCProjectFile::Open(const std::string& path, bool create) {
+  boost::shared_ptr<NCProjectFile> project = Connect(path, create);
   project->ReadProject();
   return project;
 }
@@ -141,12 +146,7 @@ void NCProjectFile::CheckFormat(bool mayInitialise) {
 }
 
 std::vector<NCProjectFile::DataSetSummary> NCProjectFile::ListDataSets(const std::string& path) {
-  std::error_code error;
-  if (!std::filesystem::exists(path, error)) {
-    throw NCError(ExceptionMessage::translate("The project file {1} does not exist.") % path);
-  }
-  boost::shared_ptr<NCProjectFile> project(new NCProjectFile());
-  project->mDb = std::make_unique<SqliteDatabase>(path, false);
+  const boost::shared_ptr<NCProjectFile> project = Connect(path, false);
   SqliteTransaction transaction(*project->mDb, SqliteTransaction::kWriteIfWritable);
   project->CheckFormat(false);
   std::vector<DataSetSummary> summaries;
@@ -182,10 +182,6 @@ void NCProjectFile::SaveMetadata() {
   SqliteTransaction transaction(*mDb);
   WriteMetadata();
   transaction.Commit();
-}
-
-bool NCProjectFile::SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) {
-  return NCProject::SaveDataSet(std::move(dataSet));
 }
 
 bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo& info,

@@ -4,6 +4,9 @@
 // A project kept in one file: an `NCProject` whose variables, observations, batch import
 // settings and saved datasets live in an SQLite database on disk (embedded, no server).
 //
+// `SaveDataSet` writes the dataset and the metadata in one transaction and throws `NCError`
+// when the file fails (the file and the project then keep what they had).
+//
 // Opening a project reads its metadata and the description (`NCDataSetInfo`) of every
 // dataset, never a matrix; a dataset's values are read when it is loaded (`LoadDataSet`).
 // Each save (`SaveDataSet`, `SaveMetadata`, `RemoveDataSet`) is one transaction that writes
@@ -56,9 +59,6 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
 
   // Writes the variables, observations and batch import settings.
   void SaveMetadata();
-  // Writes `dataSet` and the metadata in one transaction; throws `NCError` when the file
-  // fails (the file and the project then keep what they had).
-  bool SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) override;
   // Removes dataset `number` from the file, a damaged one too.
   bool RemoveDataSet(int number) override;
 
@@ -75,6 +75,9 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
 
  private:
   NCProjectFile();
+  // A project object on the database at `path`, not yet read. Throws `NCError` for a path
+  // that is missing (unless `create`) or a folder.
+  static boost::shared_ptr<NCProjectFile> Connect(const std::string& path, bool create);
 
   // Checks that the open file is a project this build reads; a new, empty file becomes one.
   void CheckFormat(bool mayInitialise);
