@@ -234,10 +234,10 @@ TEST(NCProjectFile, KilledSaveLeavesTheFileAsItWas) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    // A save of two hundred megabytes, killed while it writes.
+    // A save of two hundred megabytes that replaces dataset 1, killed while it writes.
     try {
       const auto project = NCProjectFile::Open(file.path(), false);
-      project->SaveDataSet(AddDataSet(project, 2, 500000, 100));
+      project->SaveDataSet(AddDataSet(project, 1, 500000, 100));
     } catch (...) {
     }
     _exit(0);
@@ -258,8 +258,64 @@ TEST(NCProjectFile, KilledSaveLeavesTheFileAsItWas) {
   const auto project = NCProjectFile::Open(file.path(), false);
   EXPECT_EQ(project->GetDataSetNumbers(), (std::vector<int>{1}));
   EXPECT_EQ(project->GetObservations().size(), 100u);
+  EXPECT_EQ(project->GetDataContainer(1)->SizeObservations(), 100);
   ExpectValues(*project->LoadDataSet(1), 1, 100, 4);
   std::filesystem::remove(journal);
+}
+
+// Records the operations reported to the progress sink.
+class RecordingSink final : public NCProgressSink {
+ public:
+  void Begin(const std::string& caption, float minimum, float maximum, const NCProgressFlags&,
+             const std::string&) override {
+    captions.push_back(caption);
+    this->maximum = maximum;
+    EXPECT_EQ(minimum, 0.0F);
+    ++depth;
+  }
+  bool Update(float value) override {
+    EXPECT_GE(value, last);
+    last = value;
+    return true;
+  }
+  bool Spin() override { return true; }
+  void End() override { --depth; }
+
+  std::vector<std::string> captions;
+  float maximum = 0;
+  float last = 0;
+  int depth = 0;
+};
+
+TEST(NCProjectFile, SavesReportProgressAndReuseTheRoomOfWhatTheyReplace) {
+  TempFile file("project_resave.ncds");
+  const auto project = NCProjectFile::Open(file.path(), true);
+  EXPECT_TRUE(project->GetSyncToDisk());
+  project->SetSyncToDisk(false);
+  const auto dataSet = AddDataSet(project, 1, 200000, 10);  // 8 MB
+  RecordingSink sink;
+  NCProgressSink* const previous = NCProgress::SetSink(&sink);
+  ASSERT_TRUE(project->SaveDataSet(dataSet));
+  NCProgress::SetSink(previous);
+  ASSERT_EQ(sink.captions.size(), 1u);
+  EXPECT_EQ(sink.captions[0], "Saving dataset 1 \"Set 1\"");
+  EXPECT_EQ(sink.depth, 0);
+  // The estimate of what is written is close to what was written.
+  EXPECT_GT(sink.last, 0.8F * sink.maximum);
+  EXPECT_LT(sink.last, 1.25F * sink.maximum);
+
+  // Each save writes the new copy before it frees the old one; the next save reuses that
+  // room, so the file stops growing at two copies.
+  ASSERT_TRUE(project->SaveDataSet(dataSet));
+  const auto twoCopies = std::filesystem::file_size(file.path());
+  for (int k = 0; k < 3; ++k) ASSERT_TRUE(project->SaveDataSet(dataSet));
+  EXPECT_LE(std::filesystem::file_size(file.path()), twoCopies + (twoCopies >> 4));
+  project->SetSyncToDisk(true);
+  ASSERT_TRUE(project->RemoveDataSet(1));
+
+  const auto reopened = NCProjectFile::Open(file.path(), false);
+  EXPECT_TRUE(reopened->GetDataSetNumbers().empty());
+  EXPECT_EQ(reopened->GetObservations().size(), 200000u);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "ncds/dataset/NCDataSetInfo.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/ExceptionMessage.h"
+#include "ncds/foundations/NCProgress.h"
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/project/detail/BlobChunks.h"
@@ -34,8 +35,9 @@ std::int64_t QueryInt(SqliteDatabase& db, const char* sql) {
 }
 
 // Writes `object` as stream `name`, replacing it; inside the caller's transaction.
-void WriteObject(SqliteDatabase& db, const std::string& name, const VStreamBase& object) {
-  ChunkWriter chunks(db, name);
+void WriteObject(SqliteDatabase& db, const std::string& name, const VStreamBase& object,
+                 const ChunkWriter::StoredCallback& onStored = nullptr) {
+  ChunkWriter chunks(db, name, kDefaultChunkSize, onStored);
   std::ostream os(&chunks);
   if (!(os << object)) {
     throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
@@ -49,6 +51,16 @@ bool ReadObject(SqliteDatabase& db, const std::string& name, VStreamBase& object
   ChunkReader chunks(db, name);
   std::istream is(&chunks);
   return chunks.Size() > 0 && static_cast<bool>(is >> object);
+}
+
+// About what a save of `dataSet` writes, for its progress: the values and IDs, and the
+// project's records (some 80 bytes an observation, 200 a variable).
+float EstimatedSaveBytes(const NCDataSet& dataSet, const NCProject& project) {
+  const double values = 4.0 * dataSet.SizeObservations() * dataSet.SizeVariables();
+  const double ids = 8.0 * (dataSet.SizeObservations() + dataSet.SizeVariables());
+  const double records = 80.0 * static_cast<double>(project.GetObservations().size()) +
+                         200.0 * static_cast<double>(project.GetVariables().size());
+  return static_cast<float>(values + ids + records);
 }
 
 [[noreturn]] void ThrowDamaged(const std::string& path) {
@@ -78,8 +90,10 @@ boost::shared_ptr<NCProjectFile> NCProjectFile::Connect(const std::string& path,
   project->mDb = std::make_unique<SqliteDatabase>(path, create);
   // Large pages suit streams of megabytes (only a new file takes them). Committed saves
   // survive the process being killed; only a power cut at the wrong moment could cost the
-  // last save.
-  project->mDb->Execute("PRAGMA page_size = 65536; PRAGMA synchronous = NORMAL");
+  // last save. Freed pages are not zeroed: that would make SQLite save their old bytes in its
+  // journal before the next save reuses them, doubling what a save writes.
+  project->mDb->Execute("PRAGMA page_size = 65536; PRAGMA secure_delete = OFF");
+  project->SetSyncToDisk(true);
   return project;
 }
 
@@ -90,6 +104,11 @@ boost::shared_ptr<NCProjectFile> NCProjectFile::Open(const std::string& path, bo
 }
 
 const std::string& NCProjectFile::GetPath() const { return mDb->Path(); }
+
+void NCProjectFile::SetSyncToDisk(bool sync) {
+  mDb->Execute(sync ? "PRAGMA synchronous = NORMAL" : "PRAGMA synchronous = OFF");
+  mSyncToDisk = sync;
+}
 
 void NCProjectFile::ReadProject() {
   SqliteDatabase& db = *mDb;
@@ -172,10 +191,11 @@ void NCProjectFile::Initialise() {
   WriteMetadata();
 }
 
-void NCProjectFile::WriteMetadata() {
-  ncds::detail::WriteObject(*mDb, ncds::detail::kVariablesStream, GetVariables());
-  ncds::detail::WriteObject(*mDb, ncds::detail::kObservationsStream, GetObservations());
-  ncds::detail::WriteObject(*mDb, ncds::detail::kSettingsStream, GetBatchImportSettings());
+void NCProjectFile::WriteMetadata(const std::function<void(std::size_t)>& onStored) {
+  using ncds::detail::WriteObject;
+  WriteObject(*mDb, ncds::detail::kVariablesStream, GetVariables(), onStored);
+  WriteObject(*mDb, ncds::detail::kObservationsStream, GetObservations(), onStored);
+  WriteObject(*mDb, ncds::detail::kSettingsStream, GetBatchImportSettings(), onStored);
 }
 
 void NCProjectFile::SaveMetadata() {
@@ -186,11 +206,19 @@ void NCProjectFile::SaveMetadata() {
 
 bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo& info,
                                        std::string&) {
+  const int number = info.GetNumber();
+  NCProgress progress(
+      (ExceptionMessage::translate("Saving dataset {1} \"{2}\"") % number % info.GetName()).str(),
+      0, ncds::detail::EstimatedSaveBytes(dataSet, *this), false, false, true);
+  double stored = 0;
+  const auto onStored = [&progress, &stored](std::size_t bytes) {
+    stored += static_cast<double>(bytes);
+    progress.SetValue(static_cast<float>(stored));
+  };
   SqliteTransaction transaction(*mDb);
   // The dataset's rows and columns refer to records: they are saved with it.
-  WriteMetadata();
-  const int number = info.GetNumber();
-  ncds::detail::WriteObject(*mDb, ncds::detail::DataSetStream(number), dataSet);
+  WriteMetadata(onStored);
+  ncds::detail::WriteObject(*mDb, ncds::detail::DataSetStream(number), dataSet, onStored);
   ncds::detail::WriteObject(*mDb, ncds::detail::InfoStream(number), info);
   SqliteStatement add(*mDb,
                       "INSERT OR REPLACE INTO ncds_dataset(number, name, observations, variables, "

@@ -20,6 +20,7 @@
 // as long as the object lives.
 
 #include <boost/shared_ptr.hpp>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -57,6 +58,14 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
 
   const std::string& GetPath() const;
 
+  // Whether a save returns only once its bytes are on the disk (the default). Either way a
+  // save is whole or not at all when the process dies. With syncing, a power cut or a crash
+  // of the system loses no save either; without it a save costs no wait for the disk, but a
+  // power cut shortly after one may damage the file. Off suits scratch projects that can be
+  // made again.
+  void SetSyncToDisk(bool sync);
+  bool GetSyncToDisk() const { return mSyncToDisk; }
+
   // Writes the variables, observations and batch import settings.
   void SaveMetadata();
   // Removes dataset `number` from the file, a damaged one too.
@@ -83,9 +92,10 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   void CheckFormat(bool mayInitialise);
   void Initialise();
   void ReadProject();
-  void WriteMetadata();
+  void WriteMetadata(const std::function<void(std::size_t)>& onStored = nullptr);
 
   std::unique_ptr<ncds::detail::SqliteDatabase> mDb;
+  bool mSyncToDisk = true;
   std::set<int> mDamaged;
 };
 

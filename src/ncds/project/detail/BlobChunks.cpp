@@ -5,10 +5,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <future>
 #include <limits>
 
 namespace ncds::detail {
 namespace {
+
+// Chunks from this size on get their checksum from another thread.
+constexpr std::size_t kParallelCrcBytes = std::size_t{1} << 20;
 
 std::uint32_t Crc(const char* data, std::size_t size) {
   uLong crc = crc32(0L, Z_NULL, 0);
@@ -26,8 +30,7 @@ std::uint32_t Crc(const char* data, std::size_t size) {
 class ChunkBlob {
  public:
   ChunkBlob(SqliteDatabase& db, std::int64_t row, bool write) : mDb(db) {
-    mCode =
-        sqlite3_blob_open(db.Handle(), "main", "ncds_chunk", "data", row, write ? 1 : 0, &mBlob);
+    mCode = sqlite3_blob_open(db.Handle(), "main", "ncds_blob", "data", row, write ? 1 : 0, &mBlob);
   }
   ~ChunkBlob() { sqlite3_blob_close(mBlob); }
   ChunkBlob(const ChunkBlob&) = delete;
@@ -59,14 +62,17 @@ class ChunkBlob {
 
 void CreateChunkTable(SqliteDatabase& db) {
   db.Execute(
-      "CREATE TABLE IF NOT EXISTS ncds_chunk("
-      "id INTEGER PRIMARY KEY, stream TEXT NOT NULL, seq INTEGER NOT NULL, "
-      "crc INTEGER NOT NULL, data BLOB NOT NULL, UNIQUE(stream, seq))");
+      "CREATE TABLE IF NOT EXISTS ncds_blob(id INTEGER PRIMARY KEY, data BLOB NOT NULL);"
+      "CREATE TABLE IF NOT EXISTS ncds_chunk(stream TEXT NOT NULL, seq INTEGER NOT NULL, "
+      "crc INTEGER NOT NULL, blob INTEGER NOT NULL, PRIMARY KEY(stream, seq)) WITHOUT ROWID");
 }
 
 void DeleteChunks(SqliteDatabase& db, const std::string& name) {
-  SqliteStatement remove(db, "DELETE FROM ncds_chunk WHERE stream = ?");
-  remove.Bind(1, name).Step();
+  SqliteStatement blobs(
+      db, "DELETE FROM ncds_blob WHERE id IN (SELECT blob FROM ncds_chunk WHERE stream = ?)");
+  blobs.Bind(1, name).Step();
+  SqliteStatement chunks(db, "DELETE FROM ncds_chunk WHERE stream = ?");
+  chunks.Bind(1, name).Step();
 }
 
 bool HasChunks(SqliteDatabase& db, const std::string& name) {
@@ -76,13 +82,14 @@ bool HasChunks(SqliteDatabase& db, const std::string& name) {
 
 // ---- ChunkWriter ----
 
-ChunkWriter::ChunkWriter(SqliteDatabase& db, std::string name, std::size_t chunkSize)
+ChunkWriter::ChunkWriter(SqliteDatabase& db, std::string name, std::size_t chunkSize,
+                         StoredCallback onStored)
     : mDb(db),
       mName(std::move(name)),
       mChunkSize(std::clamp<std::size_t>(chunkSize, 1, std::numeric_limits<int>::max())),
+      mOnStored(std::move(onStored)),
       mBuffer(mChunkSize),
-      mInsert(db, "INSERT INTO ncds_chunk(stream, seq, crc, data) VALUES(?, ?, ?, ?)") {
-  DeleteChunks(mDb, mName);
+      mInsert(db, "INSERT INTO ncds_blob(data) VALUES(?)") {
   setp(mBuffer.data(), mBuffer.data() + mBuffer.size());
 }
 
@@ -93,14 +100,16 @@ std::size_t ChunkWriter::BufferedEnd() const {
 std::uint64_t ChunkWriter::Size() const { return mStored + BufferedEnd(); }
 
 void ChunkWriter::StoreChunk(const char* data, std::size_t size) {
+  // The checksum of a large chunk is made on another core while SQLite copies the chunk: on
+  // its own it would cost about as much as writing the bytes to the file.
+  std::future<std::uint32_t> parallelCrc;
+  if (size >= kParallelCrcBytes) parallelCrc = std::async(std::launch::async, Crc, data, size);
   mInsert.Reset();
-  mInsert.Bind(1, mName)
-      .Bind(2, static_cast<std::int64_t>(mRows.size()))
-      .Bind(3, static_cast<std::int64_t>(Crc(data, size)))
-      .BindBlob(4, data, size);
-  mInsert.Step();
-  mRows.push_back(sqlite3_last_insert_rowid(mDb.Handle()));
+  mInsert.BindBlob(1, data, size).Step();
+  const std::int64_t row = sqlite3_last_insert_rowid(mDb.Handle());
+  mChunks.push_back({row, parallelCrc.valid() ? parallelCrc.get() : Crc(data, size)});
   mStored += size;
+  if (mOnStored) mOnStored(size);
 }
 
 void ChunkWriter::StoreFullBuffer() {
@@ -197,8 +206,19 @@ void ChunkWriter::Close() {
   mClosed = true;
   setp(nullptr, nullptr);
   // An empty stream still gets its (empty) chunk, so that it exists.
-  if (end > 0 || mRows.empty()) StoreChunk(mBuffer.data(), end);
+  if (end > 0 || mChunks.empty()) StoreChunk(mBuffer.data(), end);
   ApplyPatches();
+
+  DeleteChunks(mDb, mName);
+  SqliteStatement add(mDb, "INSERT INTO ncds_chunk(stream, seq, crc, blob) VALUES(?, ?, ?, ?)");
+  for (std::size_t seq = 0; seq < mChunks.size(); ++seq) {
+    add.Reset();
+    add.Bind(1, mName)
+        .Bind(2, static_cast<std::int64_t>(seq))
+        .Bind(3, static_cast<std::int64_t>(mChunks[seq].crc))
+        .Bind(4, mChunks[seq].row)
+        .Step();
+  }
 }
 
 void ChunkWriter::ApplyPatches() {
@@ -210,7 +230,7 @@ void ChunkWriter::ApplyPatches() {
       const auto chunk = static_cast<std::size_t>(offset / mChunkSize);
       const auto within = static_cast<std::size_t>(offset % mChunkSize);
       const std::size_t n = std::min(patch.bytes.size() - done, mChunkSize - within);
-      ChunkBlob(mDb, mRows[chunk], true).Write(patch.bytes.data() + done, n, within);
+      ChunkBlob(mDb, mChunks[chunk].row, true).Write(patch.bytes.data() + done, n, within);
       touched.push_back(chunk);
       offset += n;
       done += n;
@@ -218,15 +238,12 @@ void ChunkWriter::ApplyPatches() {
   }
   std::sort(touched.begin(), touched.end());
   touched.erase(std::unique(touched.begin(), touched.end()), touched.end());
-  SqliteStatement update(mDb, "UPDATE ncds_chunk SET crc = ? WHERE id = ?");
+  std::vector<char> bytes;
   for (const std::size_t chunk : touched) {
-    ChunkBlob blob(mDb, mRows[chunk], false);
-    std::vector<char> bytes(blob.Size());
+    ChunkBlob blob(mDb, mChunks[chunk].row, false);
+    bytes.resize(blob.Size());
     if (!blob.Read(bytes.data(), bytes.size(), 0)) mDb.Fail(SQLITE_IOERR);
-    update.Reset();
-    update.Bind(1, static_cast<std::int64_t>(Crc(bytes.data(), bytes.size())))
-        .Bind(2, mRows[chunk])
-        .Step();
+    mChunks[chunk].crc = Crc(bytes.data(), bytes.size());
   }
   mPatches.clear();
 }
@@ -235,8 +252,8 @@ void ChunkWriter::ApplyPatches() {
 
 ChunkReader::ChunkReader(SqliteDatabase& db, std::string name) : mDb(db), mName(std::move(name)) {
   SqliteStatement list(db,
-                       "SELECT id, seq, crc, length(data) FROM ncds_chunk WHERE stream = ? "
-                       "ORDER BY seq");
+                       "SELECT blob, seq, crc, length(data) FROM ncds_chunk JOIN ncds_blob ON "
+                       "id = blob WHERE stream = ? ORDER BY seq");
   list.Bind(1, mName);
   while (list.Step()) {
     // A gap in the numbering means a chunk is lost: the stream ends before it.

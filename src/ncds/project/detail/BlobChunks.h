@@ -5,20 +5,29 @@
 // bytes. Chunks keep every stream below SQLite's blob limit and let a stream of any size be
 // written and read through a buffer of one chunk, never a second copy of the whole.
 //
-// The table (made by `CreateChunkTable`) holds one row per chunk: the stream's name, the
-// chunk's number from 0, its crc32 and its bytes. Every chunk but the last of a stream has
-// the full chunk size.
+// Two tables (made by `CreateChunkTable`): `ncds_blob` holds the bytes of each chunk under a
+// row number, `ncds_chunk` one small row per chunk: the stream's name, the chunk's number from
+// 0, its crc32 and the row of its bytes. Every chunk but the last of a stream has the full
+// chunk size.
 //
 // `ChunkWriter` is a seekable output buffer: the stream framework goes back to patch the
 // length of a large entry once it is written. A patch that lands in a chunk already stored is
 // kept and applied, with the chunk's crc32 made anew, when the writer is closed. Write inside
 // a transaction; the chunks become visible with it.
 //
+// A stream is replaced only when its writer closes: the new bytes go to new rows first and the
+// old rows are freed last. SQLite then never has to save the old bytes in its rollback journal
+// (they are not overwritten), and the pages they free are reused by the next save without
+// journaling either, since pages free when a transaction starts hold nothing to restore. A
+// rewrite of a large stream thus costs one write of its bytes, at the price of room for the
+// old copy in the file.
+//
 // `ChunkReader` is a seekable input buffer that checks each chunk's crc32 as it first reads
 // it. A damaged or missing chunk ends the stream early (the read then fails) and sets
 // `IsDamaged`, so that the caller can say which stream is damaged.
 
 #include <cstdint>
+#include <functional>
 #include <streambuf>
 #include <string>
 #include <vector>
@@ -37,12 +46,17 @@ bool HasChunks(SqliteDatabase& db, const std::string& name);
 
 class ChunkWriter final : public std::streambuf {
  public:
-  // Replaces stream `name`: its old chunks are removed first.
-  ChunkWriter(SqliteDatabase& db, std::string name, std::size_t chunkSize = kDefaultChunkSize);
+  // Called with the size of each chunk as it is stored.
+  using StoredCallback = std::function<void(std::size_t bytes)>;
+
+  // Writes stream `name`; Close replaces the old stream of that name, if any.
+  ChunkWriter(SqliteDatabase& db, std::string name, std::size_t chunkSize = kDefaultChunkSize,
+              StoredCallback onStored = nullptr);
   ChunkWriter(const ChunkWriter&) = delete;
   ChunkWriter& operator=(const ChunkWriter&) = delete;
 
-  // Stores what is buffered and the patches. Throws `NCError` when the database fails.
+  // Stores what is buffered and the patches, and puts the stream in place of the old one.
+  // Throws `NCError` when the database fails.
   void Close();
   std::uint64_t Size() const;
 
@@ -65,13 +79,19 @@ class ChunkWriter final : public std::streambuf {
   void StoreFullBuffer();
   void ApplyPatches();
 
+  struct StoredChunk {
+    std::int64_t row;  // in ncds_blob
+    std::uint32_t crc;
+  };
+
   SqliteDatabase& mDb;
   std::string mName;
   std::size_t mChunkSize;
+  StoredCallback mOnStored;
   std::vector<char> mBuffer;
-  std::size_t mHighWater = 0;       // bytes written to the buffer, beyond a backwards seek
-  std::uint64_t mStored = 0;        // bytes in stored chunks
-  std::vector<std::int64_t> mRows;  // the row of each stored chunk
+  std::size_t mHighWater = 0;  // bytes written to the buffer, beyond a backwards seek
+  std::uint64_t mStored = 0;   // bytes in stored chunks
+  std::vector<StoredChunk> mChunks;
   // Writing below mStored: the position, and the patches collected.
   bool mPatching = false;
   std::uint64_t mPatchPosition = 0;
@@ -99,7 +119,7 @@ class ChunkReader final : public std::streambuf {
 
  private:
   struct Chunk {
-    std::int64_t row;
+    std::int64_t row;  // in ncds_blob
     std::uint32_t crc;
     std::uint64_t offset;
     std::size_t size;
