@@ -34,17 +34,38 @@ std::int64_t QueryInt(SqliteDatabase& db, const char* sql) {
   return query.Step() ? query.Int(0) : 0;
 }
 
-// Writes `object` as stream `name`, replacing it; inside the caller's transaction.
-void WriteObject(SqliteDatabase& db, const std::string& name, const VStreamBase& object,
-                 const ChunkWriter::StoredCallback& onStored = nullptr) {
-  ChunkWriter chunks(db, name, kDefaultChunkSize, onStored);
-  std::ostream os(&chunks);
-  if (!(os << object)) {
-    throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
-                  db.Path());
+}  // namespace
+
+// Writes the streams of one save, inside the caller's transaction. Each replaces the stream of
+// its name; the bytes replaced are freed by Finish, once everything is written, so that the
+// save never reuses pages it freed itself (those SQLite would have to journal).
+class SaveWriter {
+ public:
+  explicit SaveWriter(SqliteDatabase& db, ChunkWriter::StoredCallback onStored = nullptr)
+      : mDb(db), mOnStored(std::move(onStored)) {}
+
+  void Write(const std::string& name, const VStreamBase& object) {
+    ChunkWriter chunks(mDb, name, kDefaultChunkSize, mOnStored);
+    std::ostream os(&chunks);
+    if (!(os << object)) {
+      throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
+                    mDb.Path());
+    }
+    chunks.Close(&mReplaced);
   }
-  chunks.Close();
-}
+
+  void Finish() {
+    DeleteBlobs(mDb, mReplaced);
+    mReplaced.clear();
+  }
+
+ private:
+  SqliteDatabase& mDb;
+  ChunkWriter::StoredCallback mOnStored;
+  std::vector<std::int64_t> mReplaced;
+};
+
+namespace {
 
 // Reads `object` from stream `name`; false when it is missing or does not read.
 bool ReadObject(SqliteDatabase& db, const std::string& name, VStreamBase& object) {
@@ -188,19 +209,22 @@ void NCProjectFile::Initialise() {
       "observations INTEGER NOT NULL, variables INTEGER NOT NULL, data_type INTEGER NOT NULL)");
   db.Execute(("PRAGMA application_id = " + std::to_string(ncds::detail::kApplicationID)).c_str());
   db.Execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
-  WriteMetadata();
+  ncds::detail::SaveWriter writer(db);
+  WriteMetadata(writer);
+  writer.Finish();
 }
 
-void NCProjectFile::WriteMetadata(const std::function<void(std::size_t)>& onStored) {
-  using ncds::detail::WriteObject;
-  WriteObject(*mDb, ncds::detail::kVariablesStream, GetVariables(), onStored);
-  WriteObject(*mDb, ncds::detail::kObservationsStream, GetObservations(), onStored);
-  WriteObject(*mDb, ncds::detail::kSettingsStream, GetBatchImportSettings(), onStored);
+void NCProjectFile::WriteMetadata(ncds::detail::SaveWriter& writer) {
+  writer.Write(ncds::detail::kVariablesStream, GetVariables());
+  writer.Write(ncds::detail::kObservationsStream, GetObservations());
+  writer.Write(ncds::detail::kSettingsStream, GetBatchImportSettings());
 }
 
 void NCProjectFile::SaveMetadata() {
   SqliteTransaction transaction(*mDb);
-  WriteMetadata();
+  ncds::detail::SaveWriter writer(*mDb);
+  WriteMetadata(writer);
+  writer.Finish();
   transaction.Commit();
 }
 
@@ -217,9 +241,11 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
   };
   SqliteTransaction transaction(*mDb);
   // The dataset's rows and columns refer to records: they are saved with it.
-  WriteMetadata(onStored);
-  ncds::detail::WriteObject(*mDb, ncds::detail::DataSetStream(number), dataSet, onStored);
-  ncds::detail::WriteObject(*mDb, ncds::detail::InfoStream(number), info);
+  ncds::detail::SaveWriter writer(*mDb, onStored);
+  WriteMetadata(writer);
+  writer.Write(ncds::detail::DataSetStream(number), dataSet);
+  writer.Write(ncds::detail::InfoStream(number), info);
+  writer.Finish();
   SqliteStatement add(*mDb,
                       "INSERT OR REPLACE INTO ncds_dataset(number, name, observations, variables, "
                       "data_type) VALUES(?, ?, ?, ?, ?)");

@@ -20,7 +20,6 @@
 // as long as the object lives.
 
 #include <boost/shared_ptr.hpp>
-#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -30,8 +29,9 @@
 #include "ncds/project/NCProject.h"
 
 namespace ncds::detail {
+class SaveWriter;
 class SqliteDatabase;
-}
+}  // namespace ncds::detail
 
 class NCDS_EXPORT NCProjectFile : public NCProject {
  public:
@@ -92,7 +92,7 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   void CheckFormat(bool mayInitialise);
   void Initialise();
   void ReadProject();
-  void WriteMetadata(const std::function<void(std::size_t)>& onStored = nullptr);
+  void WriteMetadata(ncds::detail::SaveWriter& writer);
 
   std::unique_ptr<ncds::detail::SqliteDatabase> mDb;
   bool mSyncToDisk = true;

@@ -67,12 +67,26 @@ void CreateChunkTable(SqliteDatabase& db) {
       "crc INTEGER NOT NULL, blob INTEGER NOT NULL, PRIMARY KEY(stream, seq)) WITHOUT ROWID");
 }
 
-void DeleteChunks(SqliteDatabase& db, const std::string& name) {
-  SqliteStatement blobs(
-      db, "DELETE FROM ncds_blob WHERE id IN (SELECT blob FROM ncds_chunk WHERE stream = ?)");
-  blobs.Bind(1, name).Step();
+void DetachChunks(SqliteDatabase& db, const std::string& name, std::vector<std::int64_t>& blobs) {
+  SqliteStatement rows(db, "SELECT blob FROM ncds_chunk WHERE stream = ?");
+  rows.Bind(1, name);
+  while (rows.Step()) blobs.push_back(rows.Int(0));
   SqliteStatement chunks(db, "DELETE FROM ncds_chunk WHERE stream = ?");
   chunks.Bind(1, name).Step();
+}
+
+void DeleteBlobs(SqliteDatabase& db, const std::vector<std::int64_t>& blobs) {
+  SqliteStatement remove(db, "DELETE FROM ncds_blob WHERE id = ?");
+  for (const std::int64_t row : blobs) {
+    remove.Reset();
+    remove.Bind(1, row).Step();
+  }
+}
+
+void DeleteChunks(SqliteDatabase& db, const std::string& name) {
+  std::vector<std::int64_t> blobs;
+  DetachChunks(db, name, blobs);
+  DeleteBlobs(db, blobs);
 }
 
 bool HasChunks(SqliteDatabase& db, const std::string& name) {
@@ -200,7 +214,7 @@ ChunkWriter::pos_type ChunkWriter::seekpos(pos_type pos, std::ios_base::openmode
   return pos;
 }
 
-void ChunkWriter::Close() {
+void ChunkWriter::Close(std::vector<std::int64_t>* replaced) {
   if (mClosed) return;
   const std::size_t end = BufferedEnd();
   mClosed = true;
@@ -209,7 +223,11 @@ void ChunkWriter::Close() {
   if (end > 0 || mChunks.empty()) StoreChunk(mBuffer.data(), end);
   ApplyPatches();
 
-  DeleteChunks(mDb, mName);
+  if (replaced) {
+    DetachChunks(mDb, mName, *replaced);
+  } else {
+    DeleteChunks(mDb, mName);
+  }
   SqliteStatement add(mDb, "INSERT INTO ncds_chunk(stream, seq, crc, blob) VALUES(?, ?, ?, ?)");
   for (std::size_t seq = 0; seq < mChunks.size(); ++seq) {
     add.Reset();

@@ -16,11 +16,11 @@
 // a transaction; the chunks become visible with it.
 //
 // A stream is replaced only when its writer closes: the new bytes go to new rows first and the
-// old rows are freed last. SQLite then never has to save the old bytes in its rollback journal
-// (they are not overwritten), and the pages they free are reused by the next save without
-// journaling either, since pages free when a transaction starts hold nothing to restore. A
-// rewrite of a large stream thus costs one write of its bytes, at the price of room for the
-// old copy in the file.
+// old rows are freed last (at the end of the transaction, see `Close`). SQLite then never has to
+// save the old bytes in its rollback journal (they are not overwritten), and the pages they free
+// are reused by the next save without journaling either, since pages free when a transaction starts
+// hold nothing to restore. A rewrite of a large stream thus costs one write of its bytes, at the
+// price of room for the old copy in the file.
 //
 // `ChunkReader` is a seekable input buffer that checks each chunk's crc32 as it first reads
 // it. A damaged or missing chunk ends the stream early (the read then fails) and sets
@@ -41,6 +41,10 @@ inline constexpr std::size_t kDefaultChunkSize = std::size_t{4} << 20;
 void CreateChunkTable(SqliteDatabase& db);
 // Removes the chunks of stream `name`.
 void DeleteChunks(SqliteDatabase& db, const std::string& name);
+// Removes stream `name` from the index and adds the rows of its bytes to `blobs`, for
+// `DeleteBlobs` later.
+void DetachChunks(SqliteDatabase& db, const std::string& name, std::vector<std::int64_t>& blobs);
+void DeleteBlobs(SqliteDatabase& db, const std::vector<std::int64_t>& blobs);
 // Whether stream `name` has chunks.
 bool HasChunks(SqliteDatabase& db, const std::string& name);
 
@@ -56,8 +60,11 @@ class ChunkWriter final : public std::streambuf {
   ChunkWriter& operator=(const ChunkWriter&) = delete;
 
   // Stores what is buffered and the patches, and puts the stream in place of the old one.
-  // Throws `NCError` when the database fails.
-  void Close();
+  // The old stream's bytes are deleted at once, or, with `replaced`, their rows are added to
+  // it for the caller to delete when the transaction has written everything else: pages freed
+  // and reused within one transaction would have to be journaled. Throws `NCError` when the
+  // database fails.
+  void Close(std::vector<std::int64_t>* replaced = nullptr);
   std::uint64_t Size() const;
 
  protected:
