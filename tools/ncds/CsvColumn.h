@@ -57,6 +57,10 @@ class CsvColumn {
     }
     AddAny(cell, line, parser, value);
   }
+  // Whether every cell so far was a number or missing, so that further numbers change nothing
+  // but the count: then `AddNumbers` stands for adding that many numbers.
+  bool TakesNumbersOnly() const { return mOnlyNumbers; }
+  void AddNumbers(std::size_t count) { mNonMissing += count; }
   // Decides the kind after the first pass; false for a refused column (see above).
   bool Decide();
   // The line of the first cell that spoils a refused column.

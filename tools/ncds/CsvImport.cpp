@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/format.hpp>
 #include <climits>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <unordered_map>
@@ -27,6 +28,7 @@
 #include "tools/ncds/CsvCellParser.h"
 #include "tools/ncds/CsvColumn.h"
 #include "tools/ncds/CsvReader.h"
+#include "tools/ncds/CsvTailParser.h"
 #include "tools/ncds/MappedFile.h"
 
 namespace ncds::tool {
@@ -96,6 +98,33 @@ std::size_t EstimateRows(std::size_t bytesLeft, std::size_t firstRowBytes, std::
   return std::min(bound, guess + guess / 8 + 16);
 }
 
+// Appends what `tail` read to `parsed`, when it read the whole tail and every variable takes
+// numbers only so far; false otherwise, and `parsed` is unchanged.
+bool TakeTail(CsvTailParser& tail, ParsedFile& parsed) {
+  if (!tail.Wait() || tail.GetRows() >= static_cast<std::size_t>(INT_MAX - 1) - parsed.rows) {
+    return false;
+  }
+  for (const CsvColumn& column : parsed.columns) {
+    if (!column.TakesNumbersOnly()) return false;
+  }
+  const std::size_t first = parsed.rows;
+  const std::size_t added = tail.GetRows();
+  parsed.values.Resize(first + added, parsed.columns.size());
+  for (std::size_t k = 0; k < parsed.columns.size(); ++k) {
+    std::memcpy(parsed.values.ColumnData(k) + first, tail.GetValues().ColumnData(k),
+                added * sizeof(float));
+    parsed.columns[k].AddNumbers(tail.GetNumbers(k));
+  }
+  for (std::size_t k = 0; k < parsed.ids.size(); ++k) {
+    IDColumn& ids = parsed.ids[k];
+    const std::size_t offset = ids.text.size();
+    ids.text.append(tail.GetIDText(k));
+    for (const std::size_t end : tail.GetIDEnds(k)) ids.ends.push_back(offset + end);
+  }
+  parsed.rows += added;
+  return true;
+}
+
 ParsedFile Parse(std::string_view text, const std::string& source,
                  const CsvImportOptions& options) {
   const CsvCellParser cells(options.decimal, options.missingTexts);
@@ -141,6 +170,24 @@ ParsedFile Parse(std::string_view text, const std::string& source,
   }
   const std::size_t variables = parsed.columns.size();
 
+  // The second half of a large file is read on another thread meanwhile, in case it holds
+  // numbers only.
+  std::unique_ptr<CsvTailParser> tail;
+  const std::size_t split = hasData ? CsvTailParser::FindSplit(text, reader.GetOffset()) : 0;
+  if (split > 0 && variables > 0) {
+    std::vector<int> variableOf(width, -1);
+    std::vector<int> idOf(width, -1);
+    for (std::size_t j = 0; j < width; ++j) {
+      if (targets[j].column) {
+        variableOf[j] = static_cast<int>(targets[j].index);
+      } else {
+        idOf[j] = static_cast<int>(targets[j].id - parsed.ids.data());
+      }
+    }
+    tail = std::make_unique<CsvTailParser>(text, split, options.separator, std::move(variableOf),
+                                           std::move(idOf), parsed.ids.size(), cells);
+  }
+
   // First pass: every cell classified and kept. The values go into a matrix of missing values
   // that grows by blocks of rows; column k of row i is at base[k * stride + i].
   NCDataMatrix<float>& values = parsed.values;
@@ -167,7 +214,12 @@ ParsedFile Parse(std::string_view text, const std::string& source,
       }
     }
     ++rows;
+    if (tail && reader.GetOffset() >= tail->GetBegin()) {
+      if (reader.GetOffset() == tail->GetBegin() && TakeTail(*tail, parsed)) break;
+      tail.reset();  // the rest is read here
+    }
   }
+  tail.reset();
   values.Resize(rows, variables);
 
   // The first cell of the file that spoils its column, if any column is refused.
