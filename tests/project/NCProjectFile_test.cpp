@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -68,6 +69,17 @@ void ExpectValues(const NCDataSet& dataSet, int number, int rows, int columns) {
   }
 }
 
+// The standard CRC-32 (zlib's crc32), bit by bit.
+std::uint32_t ReferenceCrc32(const void* data, std::size_t size) {
+  std::uint32_t crc = 0xFFFFFFFFu;
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  for (std::size_t i = 0; i < size; ++i) {
+    crc ^= bytes[i];
+    for (int k = 0; k < 8; ++k) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+  }
+  return ~crc;
+}
+
 std::string ErrorOf(const std::function<void()>& action) {
   try {
     action();
@@ -121,6 +133,25 @@ TEST(NCProjectFile, DataSetsSurviveReopeningAndLoadOnDemand) {
   EXPECT_EQ(listed[0].variables, 2);
   EXPECT_EQ(listed[1].observations, 300000);
   EXPECT_EQ(listed[1].dataType, NCDataSet::kOrdinary);
+
+  // Every chunk carries the standard crc32 of its bytes, so that other tools can check them.
+  ASSERT_EQ(ReferenceCrc32("123456789", 9), 0xCBF43926u);
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open_v2(file.path().c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+  sqlite3_stmt* chunks = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT crc, data FROM ncds_chunk JOIN ncds_blob ON id = blob",
+                               -1, &chunks, nullptr),
+            SQLITE_OK);
+  int checked = 0;
+  while (sqlite3_step(chunks) == SQLITE_ROW) {
+    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(chunks, 1));
+    EXPECT_EQ(static_cast<std::uint32_t>(sqlite3_column_int64(chunks, 0)),
+              ReferenceCrc32(sqlite3_column_blob(chunks, 1), size));
+    ++checked;
+  }
+  sqlite3_finalize(chunks);
+  sqlite3_close(db);
+  EXPECT_GE(checked, 9);  // three for the project, two for each dataset, and more chunks
 }
 
 TEST(NCProjectFile, RefusesWhatIsNoProjectAndLeavesItAlone) {

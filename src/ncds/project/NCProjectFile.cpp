@@ -2,6 +2,7 @@
 
 #include <boost/make_shared.hpp>
 #include <filesystem>
+#include <future>
 #include <istream>
 #include <ostream>
 
@@ -15,6 +16,7 @@
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/project/detail/BlobChunks.h"
 #include "ncds/project/detail/Sqlite.h"
+#include "ncds/project/detail/StringStreams.h"
 
 namespace ncds::detail {
 namespace {
@@ -54,6 +56,17 @@ class SaveWriter {
     chunks.Close(&mReplaced);
   }
 
+  // Writes the bytes of a stream made beforehand.
+  void WriteBytes(const std::string& name, const std::string& bytes) {
+    ChunkWriter chunks(mDb, name, kDefaultChunkSize, mOnStored);
+    if (chunks.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size())) !=
+        static_cast<std::streamsize>(bytes.size())) {
+      throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
+                    mDb.Path());
+    }
+    chunks.Close(&mReplaced);
+  }
+
   void Finish() {
     DeleteBlobs(mDb, mReplaced);
     mReplaced.clear();
@@ -82,6 +95,20 @@ float EstimatedSaveBytes(const NCDataSet& dataSet, const NCProject& project) {
   const double records = 80.0 * static_cast<double>(project.GetObservations().size()) +
                          200.0 * static_cast<double>(project.GetVariables().size());
   return static_cast<float>(values + ids + records);
+}
+
+// From this many observations on, a save turns their records into bytes on another thread
+// while it writes the dataset.
+constexpr std::size_t kParallelRecords = 20000;
+
+// The stream of `object`, in memory.
+std::string ToBytes(const VStreamBase& object, const std::string& path) {
+  StringSink sink;
+  std::ostream os(&sink);
+  if (!(os << object)) {
+    throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") % path);
+  }
+  return sink.Take();
 }
 
 [[noreturn]] void ThrowDamaged(const std::string& path) {
@@ -242,8 +269,21 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
   SqliteTransaction transaction(*mDb);
   // The dataset's rows and columns refer to records: they are saved with it.
   ncds::detail::SaveWriter writer(*mDb, onStored);
-  WriteMetadata(writer);
-  writer.Write(ncds::detail::DataSetStream(number), dataSet);
+  if (GetObservations().size() < ncds::detail::kParallelRecords) {
+    WriteMetadata(writer);
+    writer.Write(ncds::detail::DataSetStream(number), dataSet);
+  } else {
+    // Many observation records take about as long to turn into bytes as the values take to
+    // write: the two happen at once, at the cost of the records' bytes in memory. Writing
+    // only reads the records and the dataset.
+    std::future<std::string> observations = std::async(std::launch::async, [this] {
+      return ncds::detail::ToBytes(GetObservations(), mDb->Path());
+    });
+    writer.Write(ncds::detail::kVariablesStream, GetVariables());
+    writer.Write(ncds::detail::kSettingsStream, GetBatchImportSettings());
+    writer.Write(ncds::detail::DataSetStream(number), dataSet);
+    writer.WriteBytes(ncds::detail::kObservationsStream, observations.get());
+  }
   writer.Write(ncds::detail::InfoStream(number), info);
   writer.Finish();
   SqliteStatement add(*mDb,

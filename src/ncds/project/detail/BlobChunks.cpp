@@ -1,7 +1,7 @@
 #include "ncds/project/detail/BlobChunks.h"
 
+#include <libdeflate.h>
 #include <sqlite3.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -14,16 +14,9 @@ namespace {
 // Chunks from this size on get their checksum from another thread.
 constexpr std::size_t kParallelCrcBytes = std::size_t{1} << 20;
 
+// The crc32 of zlib and gzip.
 std::uint32_t Crc(const char* data, std::size_t size) {
-  uLong crc = crc32(0L, Z_NULL, 0);
-  // zlib takes lengths as uInt: feed very large ranges in pieces.
-  while (size > 0) {
-    const auto piece = static_cast<uInt>(std::min<std::size_t>(size, 1u << 30));
-    crc = crc32(crc, reinterpret_cast<const Bytef*>(data), piece);
-    data += piece;
-    size -= piece;
-  }
-  return static_cast<std::uint32_t>(crc);
+  return static_cast<std::uint32_t>(libdeflate_crc32(0, data, size));
 }
 
 // An open handle on one chunk's bytes, closed when it goes.
