@@ -294,46 +294,24 @@ TEST(NCProjectFile, KilledSaveLeavesTheFileAsItWas) {
   std::filesystem::remove(journal);
 }
 
-// Records the operations reported to the progress sink.
-class RecordingSink final : public NCProgressSink {
- public:
-  void Begin(const std::string& caption, float minimum, float maximum, const NCProgressFlags&,
-             const std::string&) override {
-    captions.push_back(caption);
-    this->maximum = maximum;
-    EXPECT_EQ(minimum, 0.0F);
-    ++depth;
-  }
-  bool Update(float value) override {
-    EXPECT_GE(value, last);
-    last = value;
-    return true;
-  }
-  bool Spin() override { return true; }
-  void End() override { --depth; }
-
-  std::vector<std::string> captions;
-  float maximum = 0;
-  float last = 0;
-  int depth = 0;
-};
-
 TEST(NCProjectFile, SavesReportProgressAndReuseTheRoomOfWhatTheyReplace) {
   TempFile file("project_resave.ncds");
   const auto project = NCProjectFile::Open(file.path(), true);
   EXPECT_TRUE(project->GetSyncToDisk());
   project->SetSyncToDisk(false);
   const auto dataSet = AddDataSet(project, 1, 200000, 10);  // 8 MB
-  RecordingSink sink;
-  NCProgressSink* const previous = NCProgress::SetSink(&sink);
-  ASSERT_TRUE(project->SaveDataSet(dataSet));
-  NCProgress::SetSink(previous);
-  ASSERT_EQ(sink.captions.size(), 1u);
-  EXPECT_EQ(sink.captions[0], "Saving dataset 1 \"Set 1\"");
-  EXPECT_EQ(sink.depth, 0);
-  // The estimate of what is written is close to what was written.
-  EXPECT_GT(sink.last, 0.8F * sink.maximum);
-  EXPECT_LT(sink.last, 1.25F * sink.maximum);
+  {
+    ncds::test::ProgressRecorder progress;
+    ASSERT_TRUE(project->SaveDataSet(dataSet));
+    ASSERT_EQ(progress.operations.size(), 1u);
+    const auto& save = progress.operations[0];
+    EXPECT_EQ(save.caption, "Saving dataset 1 \"Set 1\"");
+    EXPECT_EQ(progress.depth, 0);
+    EXPECT_FALSE(save.backwards);
+    // The estimate of what is written is close to what was written.
+    EXPECT_GT(save.last, 0.8F * save.maximum);
+    EXPECT_LT(save.last, 1.25F * save.maximum);
+  }
 
   // Each save writes the new copy before it frees the old one; the next save reuses that
   // room, so the file stops growing at two copies.

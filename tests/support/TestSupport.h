@@ -7,7 +7,9 @@
 #include <streambuf>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "ncds/foundations/NCProgress.h"
 #include "ncds/foundations/VStreamBase.h"
 
 namespace ncds::test {
@@ -47,6 +49,44 @@ class NonSeekableBuf : public std::streambuf {
 std::string WriteToString(const VStreamBase& object);
 // Reads `object` from `bytes`; true when the read succeeded.
 bool ReadFromString(const std::string& bytes, VStreamBase& object);
+
+// Records the outermost operations reported through `NCProgress` while it lives: it installs
+// itself as the sink and puts the previous one back when it goes.
+class ProgressRecorder final : public NCProgressSink {
+ public:
+  struct Operation {
+    std::string caption;
+    float maximum = 0;
+    float last = 0;          // the last value reported
+    bool backwards = false;  // whether a value was below the one before
+  };
+
+  ProgressRecorder() : mPrevious(NCProgress::SetSink(this)) {}
+  ~ProgressRecorder() override { NCProgress::SetSink(mPrevious); }
+  ProgressRecorder(const ProgressRecorder&) = delete;
+  ProgressRecorder& operator=(const ProgressRecorder&) = delete;
+
+  void Begin(const std::string& caption, float, float maximum, const NCProgressFlags&,
+             const std::string&) override {
+    if (depth++ == 0) operations.push_back({caption, maximum});
+  }
+  bool Update(float value) override {
+    if (depth == 1) {
+      Operation& operation = operations.back();
+      operation.backwards = operation.backwards || value < operation.last;
+      operation.last = value;
+    }
+    return true;
+  }
+  bool Spin() override { return true; }
+  void End() override { --depth; }
+
+  std::vector<Operation> operations;
+  int depth = 0;  // of the operations running now
+
+ private:
+  NCProgressSink* mPrevious;
+};
 
 }  // namespace ncds::test
 

@@ -16,6 +16,8 @@
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/foundations/Exception.h"
+#include "ncds/foundations/ExceptionMessage.h"
+#include "ncds/foundations/NCProgress.h"
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
@@ -213,7 +215,11 @@ void CsvExport::Write(const NCDataSet& dataSet, std::ostream& os, const CsvExpor
   writer.LineEnd();
 
   // Rows.
+  NCProgress progress(
+      (ExceptionMessage::translate("Writing dataset \"{1}\"") % dataSet.GetName()).str(), 0,
+      static_cast<float>(rows), false, false, true);
   for (std::size_t i = 0; i < rows; ++i) {
+    progress.SetValue(static_cast<float>(i));
     const ObservationInfo* info = dataSet.GetObservationInfo(static_cast<int>(i + 1));
     for (std::size_t k = 0; k < aliases.size(); ++k) {
       if (k > 0) writer.Separator();
@@ -231,6 +237,7 @@ void CsvExport::Write(const NCDataSet& dataSet, std::ostream& os, const CsvExpor
     writer.LineEnd();
   }
   out.Flush();
+  progress.SetValue(static_cast<float>(rows));
 }
 
 void CsvExport::WriteFile(const NCDataSet& dataSet, const std::string& path,

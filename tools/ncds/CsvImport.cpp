@@ -15,6 +15,7 @@
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/Messages.h"
 #include "ncds/foundations/NCDataMatrix.h"
+#include "ncds/foundations/NCProgress.h"
 #include "ncds/foundations/NCStringVector.h"
 #include "ncds/foundations/UserComm.h"
 #include "ncds/foundations/VxStdString.h"
@@ -188,6 +189,9 @@ ParsedFile Parse(std::string_view text, const std::string& source,
                                            std::move(idOf), parsed.ids.size(), cells);
   }
 
+  NCProgress progress((ExceptionMessage::translate("Reading {1}") % source).str(), 0,
+                      static_cast<float>(text.size()), false, false, true);
+
   // First pass: every cell classified and kept. The values go into a matrix of missing values
   // that grows by blocks of rows; column k of row i is at base[k * stride + i].
   NCDataMatrix<float>& values = parsed.values;
@@ -214,12 +218,14 @@ ParsedFile Parse(std::string_view text, const std::string& source,
       }
     }
     ++rows;
+    progress.SetValue(static_cast<float>(reader.GetOffset()));
     if (tail && reader.GetOffset() >= tail->GetBegin()) {
       if (reader.GetOffset() == tail->GetBegin() && TakeTail(*tail, parsed)) break;
       tail.reset();  // the rest is read here
     }
   }
   tail.reset();
+  progress.SetValue(static_cast<float>(text.size()));
   values.Resize(rows, variables);
 
   // The first cell of the file that spoils its column, if any column is refused.
@@ -439,7 +445,10 @@ boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& proj
     const bool allFree = AreAllFree(wanted, *lookup);
     UniqueNamer names(*lookup);
     std::vector<std::string> ids(seriesCount);
+    NCProgress progress(NCMessages::Translate("Adding the observations"), 0,
+                        static_cast<float>(parsed.rows), false, false, true);
     for (std::size_t row = 0; row < parsed.rows; ++row) {
+      progress.SetValue(static_cast<float>(row));
       ids[0] = allFree ? std::move(wanted[row]) : names.Make(wanted[row]);
       for (std::size_t k = 1; k < parsed.ids.size(); ++k) {
         ids[static_cast<std::size_t>(obsAliases[k] - 1)] = parsed.ids[k].Get(row);

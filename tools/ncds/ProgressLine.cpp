@@ -37,10 +37,14 @@ ProgressLine::~ProgressLine() {
   }
 }
 
-void ProgressLine::Begin(const std::string&, float minimum, float maximum,
+void ProgressLine::Begin(const std::string& caption, float minimum, float maximum,
                          const NCProgressFlags& flags, const std::string&) {
   // Only the outermost operation moves the bar; nested ones are part of it.
   if (mDepth++ > 0) return;
+  {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mOperation = caption;
+  }
   mMinimum = minimum;
   mMaximum = maximum;
   mFraction.store(flags.indeterminate || !(maximum > minimum) ? -1.0F : 0.0F);
@@ -57,7 +61,11 @@ bool ProgressLine::Update(float value) {
 bool ProgressLine::Spin() { return true; }
 
 void ProgressLine::End() {
-  if (mDepth > 0 && --mDepth == 0) mFraction.store(-1.0F);
+  if (mDepth > 0 && --mDepth == 0) {
+    mFraction.store(-1.0F);
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mOperation.clear();
+  }
 }
 
 void ProgressLine::Run() {
@@ -71,7 +79,7 @@ void ProgressLine::Run() {
 
 void ProgressLine::Draw(std::chrono::steady_clock::duration elapsed) {
   static const char kSpinner[] = {'|', '/', '-', '\\'};
-  std::string line = mCaption + ": ";
+  std::string line = (mOperation.empty() ? mCaption : mOperation) + ": ";
   const float fraction = mFraction.load();
   if (fraction >= 0) {
     const int filled = static_cast<int>(std::lround(fraction * detail::kBarWidth));

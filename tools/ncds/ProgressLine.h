@@ -1,10 +1,12 @@
 #ifndef NCDS_TOOLS_NCDS_PROGRESSLINE_H
 #define NCDS_TOOLS_NCDS_PROGRESSLINE_H
 
-// A progress line on a terminal for one long operation of the tool: "caption: [####    ] 42%"
-// while the library reports values through `NCProgress`, or a spinner with the seconds spent
-// while it does not. Nothing is written during the first half second, so quick operations stay
-// quiet; when something was written, the line is cleared when the object goes.
+// A progress line on a terminal for one long command of the tool. While the library reports an
+// operation through `NCProgress`, the line shows that operation's caption and, when it has
+// values, a bar: "Saving dataset 1 "x": [####    ] 42%"; between operations it shows the
+// command's own caption with a spinner and the seconds spent. Nothing is written during the first
+// half second, so quick operations stay quiet; when something was written, the line is cleared when
+// the object goes.
 //
 // While it lives, the object is the process-wide `NCProgressSink` (the previous sink is put
 // back afterwards); a background thread draws the line. Disabled, it does nothing at all: the
@@ -51,6 +53,7 @@ class ProgressLine final : public NCProgressSink {
   std::size_t mWidth = 0;  // of the longest line drawn
   unsigned mTicks = 0;
   int mDepth = 0;
+  std::string mOperation;  // the caption of the outermost operation; guarded by mMutex
   float mMinimum = 0;
   float mMaximum = 0;
   // The fraction done, in 0..1; negative while the operation reports none.

@@ -126,11 +126,20 @@ TEST(CsvExport, ExportThenImportGivesTheSameDataSet) {
     CsvExportOptions options;
     options.separator = separator;
     options.decimal = decimal;
+    ncds::test::ProgressRecorder progress;
     const std::string text = CsvExport::ToText(*original, options);
     importOptions.separator = separator;
     importOptions.decimal = decimal;
     const auto fresh = NCProject::Create();
     const auto copy = CsvImport::ImportText(fresh, text, "copy.csv", importOptions);
+    // Both report their progress, forwards, to the end.
+    ASSERT_EQ(progress.operations.size(), 2u);
+    EXPECT_EQ(progress.operations[0].caption, "Writing dataset \"all kinds\"");
+    EXPECT_EQ(progress.operations[1].caption, "Reading copy.csv");
+    for (const auto& operation : progress.operations) {
+      EXPECT_FALSE(operation.backwards);
+      EXPECT_EQ(operation.last, operation.maximum);
+    }
     ExpectSameDataSet(*original, *copy);
     EXPECT_EQ(CsvExport::ToText(*copy, options), text) << "exporting the copy writes the same";
   }

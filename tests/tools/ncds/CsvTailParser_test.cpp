@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ncds/ncds.h"
+#include "support/TestSupport.h"
 #include "tools/ncds/CsvImport.h"
 
 using ncds::tool::CsvTailParser;
@@ -81,7 +82,12 @@ TEST(CsvTailParser, SplitsOnlyLargeTextsWithoutQuotesAtALineStart) {
 }
 
 TEST(CsvTailParser, ImportOfASplitFileEqualsTheFile) {
-  const auto data = Import(MakeText(Plain));
+  const std::string text = MakeText(Plain);
+  ncds::test::ProgressRecorder progress;
+  const auto data = Import(text);
+  ASSERT_EQ(progress.operations.size(), 1u);
+  EXPECT_FALSE(progress.operations[0].backwards);
+  EXPECT_EQ(progress.operations[0].last, static_cast<float>(text.size()));
   ASSERT_EQ(data->SizeObservations(), kRows);
   ASSERT_EQ(data->SizeVariables(), kColumns);
   for (int i = 0; i < kRows; i += 7) {
