@@ -458,6 +458,7 @@ boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& proj
                                        allFree ? nullptr : lookup.get()));
       undo.AddedObservation(id);
     }
+    progress.SetValue(static_cast<float>(parsed.rows));
   }
 
   // The new variables must pass the project's change check, without asking the user.

@@ -133,9 +133,10 @@ TEST(CsvExport, ExportThenImportGivesTheSameDataSet) {
     const auto fresh = NCProject::Create();
     const auto copy = CsvImport::ImportText(fresh, text, "copy.csv", importOptions);
     // Both report their progress, forwards, to the end.
-    ASSERT_EQ(progress.operations.size(), 2u);
+    ASSERT_EQ(progress.operations.size(), 3u);
     EXPECT_EQ(progress.operations[0].caption, "Writing dataset \"all kinds\"");
     EXPECT_EQ(progress.operations[1].caption, "Reading copy.csv");
+    EXPECT_EQ(progress.operations[2].caption, "Adding the observations");
     for (const auto& operation : progress.operations) {
       EXPECT_FALSE(operation.backwards);
       EXPECT_EQ(operation.last, operation.maximum);

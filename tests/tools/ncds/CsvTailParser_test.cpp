@@ -85,7 +85,7 @@ TEST(CsvTailParser, ImportOfASplitFileEqualsTheFile) {
   const std::string text = MakeText(Plain);
   ncds::test::ProgressRecorder progress;
   const auto data = Import(text);
-  ASSERT_EQ(progress.operations.size(), 1u);
+  ASSERT_EQ(progress.operations.size(), 2u);  // reading, adding the observations
   EXPECT_FALSE(progress.operations[0].backwards);
   EXPECT_EQ(progress.operations[0].last, static_cast<float>(text.size()));
   ASSERT_EQ(data->SizeObservations(), kRows);
