@@ -2,9 +2,10 @@
 // "ObsID" text column "O<i>" and 50 float columns of normal values times 100 printed with six
 // significant digits, the shape `peers.py csv` writes. The file is $NCDS_CSV_BENCH_FILE when
 // set (peers.py prints the path of its own), else one generated once in the scratch folder.
-// Import reads it into a new in-memory project with ObsID as the primary IDs; export writes
-// the imported dataset to a file; reading splits the file into fields and nothing more.
-// Peer: `peers.py csv` (pandas.read_csv, DataFrame.to_csv with float_format="%.6g").
+// Import reads it into a new in-memory project with ObsID as the primary IDs; import into a
+// project file does the same into a new project file and saves it, as `ncds import` does;
+// export writes the imported dataset to a file; reading splits the file into fields and nothing
+// more. Peer: `peers.py csv` (pandas.read_csv, DataFrame.to_csv with float_format="%.6g").
 
 #include <benchmark/benchmark.h>
 
@@ -92,6 +93,22 @@ void BM_CsvImport(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_CsvImport)->Apply(Repeated);
+
+void BM_CsvImportIntoProjectFile(benchmark::State& state) {
+  const std::string path = ncds::bench::ScratchPath("ncds_csv_bench.ncds");
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::remove(path.c_str());
+    state.ResumeTiming();
+    const auto project = NCProjectFile::Open(path, true);
+    const auto data = ncds::tool::CsvImport::ImportFile(project, InputPath(), Options());
+    if (data->SizeObservations() != kRows || data->SizeVariables() != kColumns) {
+      state.SkipWithError("shape");
+    }
+  }
+  std::remove(path.c_str());
+}
+BENCHMARK(BM_CsvImportIntoProjectFile)->Apply(Repeated);
 
 void BM_CsvExport(benchmark::State& state) {
   const auto project = NCProject::Create();
