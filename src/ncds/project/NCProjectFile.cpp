@@ -136,11 +136,16 @@ boost::shared_ptr<NCProjectFile> NCProjectFile::Connect(const std::string& path,
   }
   boost::shared_ptr<NCProjectFile> project(new NCProjectFile());
   project->mDb = std::make_unique<SqliteDatabase>(path, create);
-  // Large pages suit streams of megabytes (only a new file takes them). Committed saves
-  // survive the process being killed; only a power cut at the wrong moment could cost the
-  // last save. Freed pages are not zeroed: that would make SQLite save their old bytes in its
-  // journal before the next save reuses them, doubling what a save writes.
+  // Large pages suit streams of megabytes. Freed pages are not zeroed: that would make SQLite
+  // save their old bytes in its journal before the next save reuses them, doubling what a save
+  // writes.
   project->mDb->Execute("PRAGMA page_size = 65536; PRAGMA secure_delete = OFF");
+  // With a pointer map (auto-vacuum, never run) SQLite frees a replaced stream without reading
+  // every page of it to find the next; the free pages stay in the file for the next save. Only
+  // a new file takes this and the page size; on an existing file the setting would write.
+  if (!exists || std::filesystem::file_size(path, error) == 0) {
+    project->mDb->Execute("PRAGMA auto_vacuum = INCREMENTAL");
+  }
   project->SetSyncToDisk(true);
   return project;
 }
