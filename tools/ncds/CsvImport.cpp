@@ -467,10 +467,9 @@ boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& proj
     const ScopedUserComm quiet(&mute);
     if (!project->CanChangeVariables(number, varIDs)) ThrowRefused(name);
   }
-  const boost::shared_ptr<NCDataSet> dataSet =
-      NCDataSet::Create(project, name.c_str(), number, &parsed.values, std::move(infos), &varIDs,
-                        obsAliases, std::vector<int>{1}, importLog.c_str(), nullptr, nullptr);
-  parsed.values.Clear();  // keep the peak at one copy of the values
+  const boost::shared_ptr<NCDataSet> dataSet = NCDataSet::Create(
+      project, name.c_str(), number, std::move(parsed.values), std::move(infos), &varIDs,
+      obsAliases, std::vector<int>{1}, importLog.c_str(), nullptr, nullptr);
   if (!project->SaveDataSet(dataSet)) ThrowRefused(name);
   undo.Done();
   return dataSet;

@@ -107,8 +107,19 @@ boost::shared_ptr<NCDataSet> NCDataSet::Create(
     const NCIntegralVector<unsigned long, 0>* varIDs, const std::vector<int>& obsAliases,
     const std::vector<int>& varAliases, const char* importLog, const BatchInfoVector* batches,
     const ClassInfoVector* phases) {
-  const std::size_t rows = data ? data->SizeRows() : 0;
-  const std::size_t columns = data ? data->SizeColumns() : 0;
+  return Create(std::move(project), name, number,
+                data ? NCDataMatrix<float>(*data) : NCDataMatrix<float>(), std::move(obsInfos),
+                varIDs, obsAliases, varAliases, importLog, batches, phases);
+}
+
+boost::shared_ptr<NCDataSet> NCDataSet::Create(
+    boost::shared_ptr<NCProjectBase> project, const char* name, int number,
+    NCDataMatrix<float>&& data, VarObsInfoVector<ObservationInfo>&& obsInfos,
+    const NCIntegralVector<unsigned long, 0>* varIDs, const std::vector<int>& obsAliases,
+    const std::vector<int>& varAliases, const char* importLog, const BatchInfoVector* batches,
+    const ClassInfoVector* phases) {
+  const std::size_t rows = data.SizeRows();
+  const std::size_t columns = data.SizeColumns();
   if (rows != obsInfos.size() || columns != (varIDs ? varIDs->size() : 0)) {
     throw InvalidArgument("NCDataSet::Create: a " + std::to_string(rows) + " x " +
                           std::to_string(columns) + " matrix for " +
@@ -116,7 +127,7 @@ boost::shared_ptr<NCDataSet> NCDataSet::Create(
                           std::to_string(varIDs ? varIDs->size() : 0) + " variables");
   }
   boost::shared_ptr<NCDataSet> dataSet(new NCDataSet(std::move(project), number));
-  if (data) dataSet->mData = *data;
+  dataSet->mData = std::move(data);
   if (varIDs) dataSet->mVarIDs = *varIDs;
   dataSet->mObsInfos = std::move(obsInfos);
   dataSet->mRowIDs = dataSet->mObsInfos.GetUniqueIDs();

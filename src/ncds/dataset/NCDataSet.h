@@ -69,6 +69,14 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
       const NCIntegralVector<unsigned long, 0>* varIDs, const std::vector<int>& obsAliases,
       const std::vector<int>& varAliases, const char* importLog, const BatchInfoVector* batches,
       const ClassInfoVector* phases);
+  // The same, taking over the cells of `data` rather than copying them: a large import then
+  // holds its values once.
+  static boost::shared_ptr<NCDataSet> Create(
+      boost::shared_ptr<NCProjectBase> project, const char* name, int number,
+      NCDataMatrix<float>&& data, VarObsInfoVector<ObservationInfo>&& obsInfos,
+      const NCIntegralVector<unsigned long, 0>* varIDs, const std::vector<int>& obsAliases,
+      const std::vector<int>& varAliases, const char* importLog, const BatchInfoVector* batches,
+      const ClassInfoVector* phases);
   ~NCDataSet() override;
   NCDataSet(const NCDataSet&) = delete;
   NCDataSet& operator=(const NCDataSet&) = delete;
