@@ -80,6 +80,23 @@ std::uint32_t ReferenceCrc32(const void* data, std::size_t size) {
   return ~crc;
 }
 
+// The rows holding the bytes of stream `name` in the project file at `path`, read as another
+// program would.
+std::vector<std::int64_t> BlobRows(const std::string& path, const std::string& name) {
+  std::vector<std::int64_t> rows;
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* query = nullptr;
+    sqlite3_prepare_v2(db, "SELECT blob FROM ncds_chunk WHERE stream = ? ORDER BY seq", -1, &query,
+                       nullptr);
+    sqlite3_bind_text(query, 1, name.c_str(), -1, SQLITE_TRANSIENT);
+    while (sqlite3_step(query) == SQLITE_ROW) rows.push_back(sqlite3_column_int64(query, 0));
+    sqlite3_finalize(query);
+  }
+  sqlite3_close(db);
+  return rows;
+}
+
 std::string ErrorOf(const std::function<void()>& action) {
   try {
     action();
@@ -325,6 +342,43 @@ TEST(NCProjectFile, SavesReportProgressAndReuseTheRoomOfWhatTheyReplace) {
   const auto reopened = NCProjectFile::Open(file.path(), false);
   EXPECT_TRUE(reopened->GetDataSetNumbers().empty());
   EXPECT_EQ(reopened->GetObservations().size(), 200000u);
+}
+
+TEST(NCProjectFile, SavesWriteTheRecordsOnlyWhenTheirBytesChanged) {
+  TempFile file("project_unchanged_records.ncds");
+  const auto project = NCProjectFile::Open(file.path(), true);
+  project->SetSyncToDisk(false);
+  const auto dataSet = AddDataSet(project, 1, 30000, 2);
+  ASSERT_TRUE(project->SaveDataSet(dataSet));
+  const auto records = BlobRows(file.path(), "observations");
+  const auto values = BlobRows(file.path(), "dataset/1");
+  ASSERT_FALSE(records.empty());
+
+  // Saving again rewrites the dataset but leaves the unchanged records where they are.
+  ASSERT_TRUE(project->SaveDataSet(dataSet));
+  EXPECT_EQ(BlobRows(file.path(), "observations"), records);
+  EXPECT_NE(BlobRows(file.path(), "dataset/1"), values);
+
+  // A record edited in place, which no flag tells, is written with the next save.
+  project->GetObservations()
+      .FindVarObsInfo(dataSet->GetObservationInfo(2)->GetUniqueID())
+      ->SetUserID("Renamed", 1, nullptr);
+  ASSERT_TRUE(project->SaveDataSet(dataSet));
+  EXPECT_NE(BlobRows(file.path(), "observations"), records);
+
+  // What the file holds decides, not what this object wrote last: another project object on
+  // the same file saves other records, and the next save here puts these back.
+  {
+    const auto other = NCProjectFile::Open(file.path(), false);
+    other->SetSyncToDisk(false);
+    other->GetObservations().Add(std::make_unique<ObservationInfo>("Extra", 999999));
+    other->SaveMetadata();
+  }
+  EXPECT_EQ(NCProjectFile::Open(file.path(), false)->GetObservations().size(), 30001u);
+  ASSERT_TRUE(project->SaveDataSet(dataSet));
+  const auto reopened = NCProjectFile::Open(file.path(), false);
+  EXPECT_EQ(reopened->GetObservations().size(), 30000u);
+  EXPECT_EQ(reopened->LoadDataSet(1)->GetObservationInfo(2)->GetUserID(1), "Renamed");
 }
 
 }  // namespace

@@ -15,8 +15,8 @@
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/project/detail/BlobChunks.h"
+#include "ncds/project/detail/EncodedStream.h"
 #include "ncds/project/detail/Sqlite.h"
-#include "ncds/project/detail/StringStreams.h"
 
 namespace ncds::detail {
 namespace {
@@ -41,30 +41,56 @@ std::int64_t QueryInt(SqliteDatabase& db, const char* sql) {
 // Writes the streams of one save, inside the caller's transaction. Each replaces the stream of
 // its name; the bytes replaced are freed by Finish, once everything is written, so that the
 // save never reuses pages it freed itself (those SQLite would have to journal).
+//
+// Streams made in memory (the project's metadata) have their fingerprint kept in the file, in
+// `ncds_stream`; such a stream is not written again while the file holds the same bytes.
 class SaveWriter {
  public:
   explicit SaveWriter(SqliteDatabase& db, ChunkWriter::StoredCallback onStored = nullptr)
-      : mDb(db), mOnStored(std::move(onStored)) {}
+      : mDb(db), mOnStored(std::move(onStored)) {
+    // Files from before fingerprints lack the table.
+    mDb.Execute(
+        "CREATE TABLE IF NOT EXISTS ncds_stream(name TEXT PRIMARY KEY, size INTEGER NOT NULL, "
+        "crc INTEGER NOT NULL, adler INTEGER NOT NULL) WITHOUT ROWID");
+  }
 
   void Write(const std::string& name, const VStreamBase& object) {
     ChunkWriter chunks(mDb, name, kDefaultChunkSize, mOnStored);
     std::ostream os(&chunks);
-    if (!(os << object)) {
-      throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
-                    mDb.Path());
-    }
+    if (!(os << object)) ThrowNotWritten();
     chunks.Close(&mReplaced);
+    SqliteStatement forget(mDb, "DELETE FROM ncds_stream WHERE name = ?");
+    forget.Bind(1, name).Step();
   }
 
-  // Writes the bytes of a stream made beforehand.
-  void WriteBytes(const std::string& name, const std::string& bytes) {
-    ChunkWriter chunks(mDb, name, kDefaultChunkSize, mOnStored);
-    if (chunks.sputn(bytes.data(), static_cast<std::streamsize>(bytes.size())) !=
-        static_cast<std::streamsize>(bytes.size())) {
-      throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
-                    mDb.Path());
+  // Writes a stream made beforehand, unless the file holds the same bytes under its name. Its
+  // full blocks are stored without a copy.
+  void Write(const std::string& name, const EncodedStream& stream) {
+    const StreamFingerprint& print = stream.fingerprint;
+    SqliteStatement stored(mDb, "SELECT size, crc, adler FROM ncds_stream WHERE name = ?");
+    if (stored.Bind(1, name).Step() &&
+        StreamFingerprint{static_cast<std::uint64_t>(stored.Int(0)),
+                          static_cast<std::uint32_t>(stored.Int(1)),
+                          static_cast<std::uint32_t>(stored.Int(2))} == print) {
+      return;
     }
+    stored.Reset();
+    ChunkWriter chunks(mDb, name, kDefaultChunkSize, mOnStored);
+    bool written = true;
+    stream.blocks->ForEachBlock([&chunks, &written](const char* data, std::size_t size) {
+      written = written && chunks.sputn(data, static_cast<std::streamsize>(size)) ==
+                               static_cast<std::streamsize>(size);
+    });
+    if (!written) ThrowNotWritten();
     chunks.Close(&mReplaced);
+    SqliteStatement keep(mDb,
+                         "INSERT OR REPLACE INTO ncds_stream(name, size, crc, adler) "
+                         "VALUES(?, ?, ?, ?)");
+    keep.Bind(1, name)
+        .Bind(2, static_cast<std::int64_t>(print.size))
+        .Bind(3, std::int64_t{print.crc})
+        .Bind(4, std::int64_t{print.adler})
+        .Step();
   }
 
   void Finish() {
@@ -73,6 +99,11 @@ class SaveWriter {
   }
 
  private:
+  [[noreturn]] void ThrowNotWritten() const {
+    throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
+                  mDb.Path());
+  }
+
   SqliteDatabase& mDb;
   ChunkWriter::StoredCallback mOnStored;
   std::vector<std::int64_t> mReplaced;
@@ -97,19 +128,9 @@ float EstimatedSaveBytes(const NCDataSet& dataSet, const NCProject& project) {
   return static_cast<float>(values + ids + records);
 }
 
-// From this many observations on, a save turns their records into bytes on another thread
-// while it writes the dataset.
+// From this many observations on, a save encodes their records on another thread while it
+// writes the rest.
 constexpr std::size_t kParallelRecords = 20000;
-
-// The stream of `object`, in memory.
-std::string ToBytes(const VStreamBase& object, const std::string& path) {
-  StringSink sink;
-  std::ostream os(&sink);
-  if (!(os << object)) {
-    throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") % path);
-  }
-  return sink.Take();
-}
 
 [[noreturn]] void ThrowDamaged(const std::string& path) {
   throw NCError(ExceptionMessage::translate("The project file {1} is damaged.") % path);
@@ -242,21 +263,35 @@ void NCProjectFile::Initialise() {
   db.Execute(("PRAGMA application_id = " + std::to_string(ncds::detail::kApplicationID)).c_str());
   db.Execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
   ncds::detail::SaveWriter writer(db);
-  WriteMetadata(writer);
-  writer.Finish();
+  WriteStreams(writer, nullptr, nullptr);
 }
 
-void NCProjectFile::WriteMetadata(ncds::detail::SaveWriter& writer) {
-  writer.Write(ncds::detail::kVariablesStream, GetVariables());
-  writer.Write(ncds::detail::kObservationsStream, GetObservations());
-  writer.Write(ncds::detail::kSettingsStream, GetBatchImportSettings());
+void NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataSet* dataSet,
+                                 const NCDataSetInfo* info) {
+  using ncds::detail::Encode;
+  using ncds::detail::kDefaultChunkSize;
+  const std::string& path = mDb->Path();
+  // Many observation records take about as long to encode as a dataset's values take to
+  // write: the two happen at once. Encoding only reads the records.
+  const auto policy = GetObservations().size() < ncds::detail::kParallelRecords
+                          ? std::launch::deferred
+                          : std::launch::async;
+  std::future<ncds::detail::EncodedStream> observations = std::async(
+      policy, [this, &path] { return Encode(GetObservations(), kDefaultChunkSize, path); });
+  writer.Write(ncds::detail::kVariablesStream, Encode(GetVariables(), kDefaultChunkSize, path));
+  writer.Write(ncds::detail::kSettingsStream,
+               Encode(GetBatchImportSettings(), kDefaultChunkSize, path));
+  // The dataset's rows and columns refer to records: they are saved with it.
+  if (dataSet) writer.Write(ncds::detail::DataSetStream(info->GetNumber()), *dataSet);
+  writer.Write(ncds::detail::kObservationsStream, observations.get());
+  if (info) writer.Write(ncds::detail::InfoStream(info->GetNumber()), *info);
+  writer.Finish();
 }
 
 void NCProjectFile::SaveMetadata() {
   SqliteTransaction transaction(*mDb);
   ncds::detail::SaveWriter writer(*mDb);
-  WriteMetadata(writer);
-  writer.Finish();
+  WriteStreams(writer, nullptr, nullptr);
   transaction.Commit();
 }
 
@@ -272,25 +307,8 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
     progress.SetValue(static_cast<float>(stored));
   };
   SqliteTransaction transaction(*mDb);
-  // The dataset's rows and columns refer to records: they are saved with it.
   ncds::detail::SaveWriter writer(*mDb, onStored);
-  if (GetObservations().size() < ncds::detail::kParallelRecords) {
-    WriteMetadata(writer);
-    writer.Write(ncds::detail::DataSetStream(number), dataSet);
-  } else {
-    // Many observation records take about as long to turn into bytes as the values take to
-    // write: the two happen at once, at the cost of the records' bytes in memory. Writing
-    // only reads the records and the dataset.
-    std::future<std::string> observations = std::async(std::launch::async, [this] {
-      return ncds::detail::ToBytes(GetObservations(), mDb->Path());
-    });
-    writer.Write(ncds::detail::kVariablesStream, GetVariables());
-    writer.Write(ncds::detail::kSettingsStream, GetBatchImportSettings());
-    writer.Write(ncds::detail::DataSetStream(number), dataSet);
-    writer.WriteBytes(ncds::detail::kObservationsStream, observations.get());
-  }
-  writer.Write(ncds::detail::InfoStream(number), info);
-  writer.Finish();
+  WriteStreams(writer, &dataSet, &info);
   SqliteStatement add(*mDb,
                       "INSERT OR REPLACE INTO ncds_dataset(number, name, observations, variables, "
                       "data_type) VALUES(?, ?, ?, ?, ?)");

@@ -92,7 +92,10 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   void CheckFormat(bool mayInitialise);
   void Initialise();
   void ReadProject();
-  void WriteMetadata(ncds::detail::SaveWriter& writer);
+  // Writes the project's metadata and, when given, a dataset and its info, then frees what
+  // they replace.
+  void WriteStreams(ncds::detail::SaveWriter& writer, const NCDataSet* dataSet,
+                    const NCDataSetInfo* info);
 
   std::unique_ptr<ncds::detail::SqliteDatabase> mDb;
   bool mSyncToDisk = true;

@@ -114,7 +114,7 @@ void ChunkWriter::StoreChunk(const char* data, std::size_t size) {
   mInsert.Reset();
   mInsert.BindBlob(1, data, size).Step();
   const std::int64_t row = sqlite3_last_insert_rowid(mDb.Handle());
-  mChunks.push_back({row, parallelCrc.valid() ? parallelCrc.get() : Crc(data, size)});
+  mChunks.push_back({row, parallelCrc.valid() ? parallelCrc.get() : Crc(data, size), mStored});
   mStored += size;
   if (mOnStored) mOnStored(size);
 }
@@ -123,12 +123,6 @@ void ChunkWriter::StoreFullBuffer() {
   StoreChunk(mBuffer.data(), mBuffer.size());
   mHighWater = 0;
   setp(mBuffer.data(), mBuffer.data() + mBuffer.size());
-}
-
-ChunkWriter::int_type ChunkWriter::overflow(int_type c) {
-  if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
-  const char byte = traits_type::to_char_type(c);
-  return xsputn(&byte, 1) == 1 ? c : traits_type::eof();
 }
 
 std::streamsize ChunkWriter::xsputn(const char* s, std::streamsize n) {
@@ -157,8 +151,14 @@ std::streamsize ChunkWriter::xsputn(const char* s, std::streamsize n) {
     return n - static_cast<std::streamsize>(left - inBuffer);
   }
   while (left > 0) {
-    // Whole chunks straight from the caller's memory.
-    if (pptr() == pbase() && mHighWater == 0 && left >= mChunkSize) {
+    // Large writes (a matrix) are stored straight from the caller's memory: what the buffer
+    // holds goes first as a shorter chunk, so that those bytes are never copied here.
+    if (left >= mChunkSize && static_cast<std::size_t>(pptr() - pbase()) >= mHighWater) {
+      if (pptr() > pbase()) {
+        StoreChunk(mBuffer.data(), static_cast<std::size_t>(pptr() - pbase()));
+        mHighWater = 0;
+        setp(mBuffer.data(), mBuffer.data() + mBuffer.size());
+      }
       StoreChunk(s, mChunkSize);
       s += mChunkSize;
       left -= mChunkSize;
@@ -238,9 +238,16 @@ void ChunkWriter::ApplyPatches() {
     std::uint64_t offset = patch.offset;
     std::size_t done = 0;
     while (done < patch.bytes.size()) {
-      const auto chunk = static_cast<std::size_t>(offset / mChunkSize);
-      const auto within = static_cast<std::size_t>(offset % mChunkSize);
-      const std::size_t n = std::min(patch.bytes.size() - done, mChunkSize - within);
+      // The last chunk that starts at or before the offset; chunks differ in size.
+      const auto it = std::upper_bound(
+          mChunks.begin(), mChunks.end(), offset,
+          [](std::uint64_t position, const StoredChunk& c) { return position < c.offset; });
+      const auto chunk = static_cast<std::size_t>(it - mChunks.begin()) - 1;
+      const auto within = static_cast<std::size_t>(offset - mChunks[chunk].offset);
+      const std::uint64_t chunkEnd =
+          chunk + 1 < mChunks.size() ? mChunks[chunk + 1].offset : mStored;
+      const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(
+          patch.bytes.size() - done, chunkEnd - mChunks[chunk].offset - within));
       ChunkBlob(mDb, mChunks[chunk].row, true).Write(patch.bytes.data() + done, n, within);
       touched.push_back(chunk);
       offset += n;

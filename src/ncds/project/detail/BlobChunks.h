@@ -7,8 +7,8 @@
 //
 // Two tables (made by `CreateChunkTable`): `ncds_blob` holds the bytes of each chunk under a
 // row number, `ncds_chunk` one small row per chunk: the stream's name, the chunk's number from
-// 0, its crc32 and the row of its bytes. Every chunk but the last of a stream has the full
-// chunk size.
+// 0, its crc32 and the row of its bytes. Chunks hold at most the chunk size; a large write is
+// stored straight from the writer's memory, so the chunk before it may be shorter.
 //
 // `ChunkWriter` is a seekable output buffer: the stream framework goes back to patch the
 // length of a large entry once it is written. A patch that lands in a chunk already stored is
@@ -32,6 +32,7 @@
 #include <string>
 #include <vector>
 
+#include "ncds/project/detail/PutBuffer.h"
 #include "ncds/project/detail/Sqlite.h"
 
 namespace ncds::detail {
@@ -48,7 +49,7 @@ void DeleteBlobs(SqliteDatabase& db, const std::vector<std::int64_t>& blobs);
 // Whether stream `name` has chunks.
 bool HasChunks(SqliteDatabase& db, const std::string& name);
 
-class ChunkWriter final : public std::streambuf {
+class ChunkWriter final : public PutBuffer {
  public:
   // Called with the size of each chunk as it is stored.
   using StoredCallback = std::function<void(std::size_t bytes)>;
@@ -68,7 +69,6 @@ class ChunkWriter final : public std::streambuf {
   std::uint64_t Size() const;
 
  protected:
-  int_type overflow(int_type c) override;
   std::streamsize xsputn(const char* s, std::streamsize n) override;
   pos_type seekoff(off_type off, std::ios_base::seekdir dir,
                    std::ios_base::openmode which) override;
@@ -89,6 +89,7 @@ class ChunkWriter final : public std::streambuf {
   struct StoredChunk {
     std::int64_t row;  // in ncds_blob
     std::uint32_t crc;
+    std::uint64_t offset;  // of its first byte in the stream
   };
 
   SqliteDatabase& mDb;

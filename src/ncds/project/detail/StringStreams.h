@@ -10,11 +10,13 @@
 #include <streambuf>
 #include <string>
 
+#include "ncds/project/detail/PutBuffer.h"
+
 namespace ncds::detail {
 
 // Collects a stream in a string and hands the string over whole. It can seek, so that the
 // large entries of a directory (a dataset's matrix) stream through without a second copy.
-class StringSink final : public std::streambuf {
+class StringSink final : public PutBuffer {
  public:
   // Makes room for `bytes` bytes up front, so that a stream of about that size is not moved.
   void Reserve(std::size_t bytes) {
@@ -30,12 +32,6 @@ class StringSink final : public std::streambuf {
   }
 
  protected:
-  int_type overflow(int_type c) override {
-    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
-    const char byte = traits_type::to_char_type(c);
-    return xsputn(&byte, 1) == 1 ? c : traits_type::eof();
-  }
-
   std::streamsize xsputn(const char* s, std::streamsize n) override {
     if (n <= 0) return 0;
     if (epptr() - pptr() < n)
