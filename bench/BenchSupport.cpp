@@ -10,6 +10,11 @@
 
 namespace ncds::bench {
 
+void Repeated(benchmark::internal::Benchmark* b) {
+  b->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->ReportAggregatesOnly(true);
+  b->UseRealTime();
+}
+
 namespace {
 std::int64_t StatusField(const std::string& key) {
   std::ifstream status("/proc/self/status");

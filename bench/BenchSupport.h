@@ -19,6 +19,10 @@ bool ResetPeakRss();
 std::int64_t PeakRssBytes();
 std::int64_t CurrentRssBytes();
 
+// Single passes, repeated, reported as mean, median and spread: the median leaves out the first
+// pass, which pays for the system's first touch of page cache and huge pages.
+void Repeated(benchmark::internal::Benchmark* b);
+
 // A path for scratch files: $NCDS_BENCH_DIR if set, else the system's temporary folder.
 std::string ScratchPath(const std::string& name);
 

@@ -64,13 +64,6 @@ double Sum(const Matrix& m) {
   return total;
 }
 
-// Single passes, repeated: the median leaves out the first pass, which pays for the system's
-// first touch of page cache and huge pages.
-void Repeated(benchmark::internal::Benchmark* b) {
-  b->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->ReportAggregatesOnly(true);
-  b->UseRealTime();
-}
-
 // The file the read benchmarks read: written once, removed when the program ends.
 const std::string& MatrixFile() {
   static const struct File {
@@ -94,7 +87,7 @@ void BM_MatrixWriteToFile(benchmark::State& state) {
       state, BigMatrix(), ncds::bench::ScratchPath("ncds_bench_matrix_out.bin"), kMatrixBytes);
   SetThroughput(state);
 }
-BENCHMARK(BM_MatrixWriteToFile)->Apply(Repeated);
+BENCHMARK(BM_MatrixWriteToFile)->Apply(ncds::bench::Repeated);
 
 // Read into a new matrix each time, then one pass over it. The RSS growth includes the new
 // matrix itself; the extra is what the read needs beyond it.
@@ -116,7 +109,7 @@ void BM_MatrixReadFromFile(benchmark::State& state) {
   state.counters["rss_growth/matrix"] = growth;
   state.counters["rss_extra/matrix"] = growth - 1.0;
 }
-BENCHMARK(BM_MatrixReadFromFile)->Apply(Repeated);
+BENCHMARK(BM_MatrixReadFromFile)->Apply(ncds::bench::Repeated);
 
 // Read again into a matrix of the same shape: its buffer is reused, nothing grows.
 void BM_MatrixReReadFromFile(benchmark::State& state) {
@@ -134,7 +127,7 @@ void BM_MatrixReReadFromFile(benchmark::State& state) {
   SetThroughput(state);
   state.counters["rss_growth/matrix"] = growth;
 }
-BENCHMARK(BM_MatrixReReadFromFile)->Apply(Repeated);
+BENCHMARK(BM_MatrixReReadFromFile)->Apply(ncds::bench::Repeated);
 
 void BM_MatrixRemoveScatteredRows(benchmark::State& state) {
   std::vector<int> all(kRows);
@@ -159,7 +152,7 @@ void BM_MatrixRemoveScatteredRows(benchmark::State& state) {
     state.ResumeTiming();
   }
 }
-BENCHMARK(BM_MatrixRemoveScatteredRows)->Apply(Repeated);
+BENCHMARK(BM_MatrixRemoveScatteredRows)->Apply(ncds::bench::Repeated);
 
 constexpr std::size_t kAppendRows = 10000;
 constexpr std::size_t kAppendColumns = 10000;
@@ -181,7 +174,7 @@ void BM_MatrixAppendColumns(benchmark::State& state) {
       benchmark::Counter(double(kAppendColumns), benchmark::Counter::kIsIterationInvariantRate |
                                                      benchmark::Counter::kInvert);
 }
-BENCHMARK(BM_MatrixAppendColumns)->Arg(1)->Arg(0)->Apply(Repeated);
+BENCHMARK(BM_MatrixAppendColumns)->Arg(1)->Arg(0)->Apply(ncds::bench::Repeated);
 
 // The floor for one appended column: one memcpy of its cells into the columns of a buffer as
 // large as the matrix, untouched (arg 1, as reserved room is) or already touched (arg 0).
@@ -214,6 +207,6 @@ void BM_OneColumnCopy(benchmark::State& state) {
       benchmark::Counter(double(kAppendColumns), benchmark::Counter::kIsIterationInvariantRate |
                                                      benchmark::Counter::kInvert);
 }
-BENCHMARK(BM_OneColumnCopy)->Arg(1)->Arg(0)->Apply(Repeated);
+BENCHMARK(BM_OneColumnCopy)->Arg(1)->Arg(0)->Apply(ncds::bench::Repeated);
 
 }  // namespace

@@ -61,11 +61,6 @@ ncds::tool::CsvImportOptions Options() {
   return options;
 }
 
-void Repeated(benchmark::internal::Benchmark* b) {
-  b->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->ReportAggregatesOnly(true);
-  b->UseRealTime();
-}
-
 void BM_CsvRead(benchmark::State& state) {
   const ncds::tool::MappedFile file(InputPath());
   for (auto _ : state) {
@@ -78,7 +73,7 @@ void BM_CsvRead(benchmark::State& state) {
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * file.GetText().size()));
 }
-BENCHMARK(BM_CsvRead)->Apply(Repeated);
+BENCHMARK(BM_CsvRead)->Apply(ncds::bench::Repeated);
 
 void BM_CsvImport(benchmark::State& state) {
   const std::string& path = InputPath();
@@ -92,7 +87,7 @@ void BM_CsvImport(benchmark::State& state) {
     }
   }
 }
-BENCHMARK(BM_CsvImport)->Apply(Repeated);
+BENCHMARK(BM_CsvImport)->Apply(ncds::bench::Repeated);
 
 void BM_CsvImportIntoProjectFile(benchmark::State& state) {
   const std::string path = ncds::bench::ScratchPath("ncds_csv_bench.ncds");
@@ -108,7 +103,7 @@ void BM_CsvImportIntoProjectFile(benchmark::State& state) {
   }
   std::remove(path.c_str());
 }
-BENCHMARK(BM_CsvImportIntoProjectFile)->Apply(Repeated);
+BENCHMARK(BM_CsvImportIntoProjectFile)->Apply(ncds::bench::Repeated);
 
 void BM_CsvExport(benchmark::State& state) {
   const auto project = NCProject::Create();
@@ -117,6 +112,6 @@ void BM_CsvExport(benchmark::State& state) {
   for (auto _ : state) ncds::tool::CsvExport::WriteFile(*data, out, {});
   std::remove(out.c_str());
 }
-BENCHMARK(BM_CsvExport)->Apply(Repeated);
+BENCHMARK(BM_CsvExport)->Apply(ncds::bench::Repeated);
 
 }  // namespace

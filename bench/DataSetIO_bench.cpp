@@ -71,13 +71,6 @@ Workload& Full() {
   return workload;
 }
 
-// Single passes, repeated: the median leaves out the first pass, which pays for the system's
-// first touch of page cache and huge pages.
-void Repeated(benchmark::internal::Benchmark* b) {
-  b->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->ReportAggregatesOnly(true);
-  b->UseRealTime();
-}
-
 void SetThroughput(benchmark::State& state) {
   state.counters["GB/s"] =
       benchmark::Counter(kMatrixBytes / 1e9, benchmark::Counter::kIsIterationInvariantRate);
@@ -119,7 +112,7 @@ void BM_DataSetWriteToFile(benchmark::State& state) {
                                   kMatrixBytes);
   SetThroughput(state);
 }
-BENCHMARK(BM_DataSetWriteToFile)->Apply(Repeated);
+BENCHMARK(BM_DataSetWriteToFile)->Apply(ncds::bench::Repeated);
 
 // Read into a new dataset each time, then one pass over the matrix. The growth includes the
 // new dataset's matrix; the extra is what the read needs beyond it.
@@ -144,7 +137,7 @@ void BM_DataSetReadFromFile(benchmark::State& state) {
   state.counters["rss_growth/matrix"] = growth;
   state.counters["rss_extra/matrix"] = growth - 1.0;
 }
-BENCHMARK(BM_DataSetReadFromFile)->Apply(Repeated);
+BENCHMARK(BM_DataSetReadFromFile)->Apply(ncds::bench::Repeated);
 
 // The step of the read that finds the record of every row by its stored unique ID.
 void BM_DataSetRowsFromIDs(benchmark::State& state) {
@@ -157,7 +150,7 @@ void BM_DataSetRowsFromIDs(benchmark::State& state) {
   state.counters["ns/row"] = benchmark::Counter(
       double(kRows), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
-BENCHMARK(BM_DataSetRowsFromIDs)->Apply(Repeated);
+BENCHMARK(BM_DataSetRowsFromIDs)->Apply(ncds::bench::Repeated);
 
 // Reading a description, at 100,000 rows by 10 and by 1,000 columns: the same work, as the
 // description holds no cells.

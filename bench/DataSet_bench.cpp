@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "ncds/ncds.h"
 
 namespace {
@@ -72,11 +73,6 @@ SortWorkload& Workload() {
   return workload;
 }
 
-void Repeated(benchmark::internal::Benchmark* b) {
-  b->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(5)->ReportAggregatesOnly(true);
-  b->UseRealTime();
-}
-
 void BM_DataSetSortByNumericObservationID(benchmark::State& state) {
   SortWorkload& w = Workload();
   for (auto _ : state) {
@@ -92,7 +88,7 @@ void BM_DataSetSortByNumericObservationID(benchmark::State& state) {
     state.ResumeTiming();
   }
 }
-BENCHMARK(BM_DataSetSortByNumericObservationID)->Apply(Repeated);
+BENCHMARK(BM_DataSetSortByNumericObservationID)->Apply(ncds::bench::Repeated);
 
 void BM_DataSetSortOrderByNumericObservationID(benchmark::State& state) {
   SortWorkload& w = Workload();
@@ -102,6 +98,6 @@ void BM_DataSetSortOrderByNumericObservationID(benchmark::State& state) {
     benchmark::DoNotOptimize(order.data());
   }
 }
-BENCHMARK(BM_DataSetSortOrderByNumericObservationID)->Apply(Repeated);
+BENCHMARK(BM_DataSetSortOrderByNumericObservationID)->Apply(ncds::bench::Repeated);
 
 }  // namespace

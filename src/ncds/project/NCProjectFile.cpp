@@ -161,11 +161,11 @@ boost::shared_ptr<NCProjectFile> NCProjectFile::Connect(const std::string& path,
   // save their old bytes in its journal before the next save reuses them, doubling what a save
   // writes.
   project->mDb->Execute("PRAGMA page_size = 65536; PRAGMA secure_delete = OFF");
-  // With a pointer map (auto-vacuum, never run) SQLite frees a replaced stream without reading
-  // every page of it to find the next; the free pages stay in the file for the next save. Only
-  // a new file takes this and the page size; on an existing file the setting would write.
+  // No auto-vacuum: its pointer map makes SQLite search the free list for every page of a
+  // chunk it writes. Chunks of one overflow page free without being read anyway, and the free
+  // pages stay in the file for the next save. Only a new file takes this and the page size.
   if (!exists || std::filesystem::file_size(path, error) == 0) {
-    project->mDb->Execute("PRAGMA auto_vacuum = INCREMENTAL");
+    project->mDb->Execute("PRAGMA auto_vacuum = NONE");
   }
   project->SetSyncToDisk(true);
   return project;
@@ -269,18 +269,20 @@ void NCProjectFile::Initialise() {
 void NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataSet* dataSet,
                                  const NCDataSetInfo* info) {
   using ncds::detail::Encode;
-  using ncds::detail::kDefaultChunkSize;
+  // Blocks of whole chunks, each stored without a copy.
+  constexpr std::size_t kBlockSize = 64 * ncds::detail::kDefaultChunkSize;
   const std::string& path = mDb->Path();
   // Many observation records take about as long to encode as a dataset's values take to
   // write: the two happen at once. Encoding only reads the records.
   const auto policy = GetObservations().size() < ncds::detail::kParallelRecords
                           ? std::launch::deferred
                           : std::launch::async;
-  std::future<ncds::detail::EncodedStream> observations = std::async(
-      policy, [this, &path] { return Encode(GetObservations(), kDefaultChunkSize, path); });
-  writer.Write(ncds::detail::kVariablesStream, Encode(GetVariables(), kDefaultChunkSize, path));
+  std::future<ncds::detail::EncodedStream> observations =
+      std::async(policy, [this, &path] { return Encode(GetObservations(), kBlockSize, path); });
+  writer.Write(ncds::detail::kVariablesStream,
+               Encode(GetVariables(), ncds::detail::kDefaultChunkSize, path));
   writer.Write(ncds::detail::kSettingsStream,
-               Encode(GetBatchImportSettings(), kDefaultChunkSize, path));
+               Encode(GetBatchImportSettings(), ncds::detail::kDefaultChunkSize, path));
   // The dataset's rows and columns refer to records: they are saved with it.
   if (dataSet) writer.Write(ncds::detail::DataSetStream(info->GetNumber()), *dataSet);
   writer.Write(ncds::detail::kObservationsStream, observations.get());

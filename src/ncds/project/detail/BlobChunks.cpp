@@ -11,7 +11,7 @@
 namespace ncds::detail {
 namespace {
 
-// Chunks from this size on get their checksum from another thread.
+// Runs of chunks from this size on get their checksums from another thread.
 constexpr std::size_t kParallelCrcBytes = std::size_t{1} << 20;
 
 // The crc32 of zlib and gzip.
@@ -107,16 +107,40 @@ std::size_t ChunkWriter::BufferedEnd() const {
 std::uint64_t ChunkWriter::Size() const { return mStored + BufferedEnd(); }
 
 void ChunkWriter::StoreChunk(const char* data, std::size_t size) {
-  // The checksum of a large chunk is made on another core while SQLite copies the chunk: on
-  // its own it would cost about as much as writing the bytes to the file.
-  std::future<std::uint32_t> parallelCrc;
-  if (size >= kParallelCrcBytes) parallelCrc = std::async(std::launch::async, Crc, data, size);
+  StoreRow(data, size);
+  mChunks.back().crc = Crc(data, size);
+}
+
+void ChunkWriter::StoreRow(const char* data, std::size_t size) {
   mInsert.Reset();
   mInsert.BindBlob(1, data, size).Step();
-  const std::int64_t row = sqlite3_last_insert_rowid(mDb.Handle());
-  mChunks.push_back({row, parallelCrc.valid() ? parallelCrc.get() : Crc(data, size), mStored});
+  mChunks.push_back({sqlite3_last_insert_rowid(mDb.Handle()), 0, mStored});
   mStored += size;
   if (mOnStored) mOnStored(size);
+}
+
+void ChunkWriter::StoreChunks(const char* data, std::size_t count) {
+  // The checksums of a long run are made on another core while SQLite copies the bytes: on
+  // their own they would cost about a third of writing the bytes to the file.
+  const std::size_t first = mChunks.size();
+  const std::size_t chunkSize = mChunkSize;
+  std::future<std::vector<std::uint32_t>> crcs;
+  if (count * chunkSize >= kParallelCrcBytes) {
+    crcs = std::async(std::launch::async, [data, count, chunkSize] {
+      std::vector<std::uint32_t> result(count);
+      for (std::size_t k = 0; k < count; ++k) result[k] = Crc(data + k * chunkSize, chunkSize);
+      return result;
+    });
+  }
+  for (std::size_t k = 0; k < count; ++k) StoreRow(data + k * chunkSize, chunkSize);
+  if (crcs.valid()) {
+    const std::vector<std::uint32_t> made = crcs.get();
+    for (std::size_t k = 0; k < count; ++k) mChunks[first + k].crc = made[k];
+  } else {
+    for (std::size_t k = 0; k < count; ++k) {
+      mChunks[first + k].crc = Crc(data + k * chunkSize, chunkSize);
+    }
+  }
 }
 
 void ChunkWriter::StoreFullBuffer() {
@@ -159,9 +183,10 @@ std::streamsize ChunkWriter::xsputn(const char* s, std::streamsize n) {
         mHighWater = 0;
         setp(mBuffer.data(), mBuffer.data() + mBuffer.size());
       }
-      StoreChunk(s, mChunkSize);
-      s += mChunkSize;
-      left -= mChunkSize;
+      const std::size_t count = left / mChunkSize;
+      StoreChunks(s, count);
+      s += count * mChunkSize;
+      left -= count * mChunkSize;
       continue;
     }
     const std::size_t room = static_cast<std::size_t>(epptr() - pptr());

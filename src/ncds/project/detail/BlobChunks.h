@@ -37,7 +37,13 @@
 
 namespace ncds::detail {
 
-inline constexpr std::size_t kDefaultChunkSize = std::size_t{4} << 20;
+// SQLite keeps a row's bytes in the table's leaf page up to a limit, and beyond it a first part
+// there and the rest in a chain of overflow pages. A chunk of this size fills exactly one
+// overflow page of 64 KB besides the smallest part SQLite keeps in the leaf (8,199 bytes). A
+// single overflow page is taken from the free list without a search for one near the last
+// and is freed without being read, so that a save that replaces a stream costs the same for
+// any size of stream; a chain of several pages costs a search of the free list per page.
+inline constexpr std::size_t kDefaultChunkSize = 8199 + 65532;
 
 void CreateChunkTable(SqliteDatabase& db);
 // Removes the chunks of stream `name`.
@@ -83,6 +89,10 @@ class ChunkWriter final : public PutBuffer {
   // The end of what was written to the buffer, wherever the put pointer stands.
   std::size_t BufferedEnd() const;
   void StoreChunk(const char* data, std::size_t size);
+  // Stores a chunk whose checksum the caller fills in.
+  void StoreRow(const char* data, std::size_t size);
+  // Stores `count` chunks of the chunk size straight from `data`.
+  void StoreChunks(const char* data, std::size_t count);
   void StoreFullBuffer();
   void ApplyPatches();
 
