@@ -69,10 +69,14 @@ void DetachChunks(SqliteDatabase& db, const std::string& name, std::vector<std::
 }
 
 void DeleteBlobs(SqliteDatabase& db, const std::vector<std::int64_t>& blobs) {
-  SqliteStatement remove(db, "DELETE FROM ncds_blob WHERE id = ?");
-  for (const std::int64_t row : blobs) {
+  // A stream's rows are mostly consecutive: each run goes in one statement.
+  std::vector<std::int64_t> rows(blobs);
+  std::sort(rows.begin(), rows.end());
+  SqliteStatement remove(db, "DELETE FROM ncds_blob WHERE id BETWEEN ? AND ?");
+  for (std::size_t first = 0, last = 0; first < rows.size(); first = ++last) {
+    while (last + 1 < rows.size() && rows[last + 1] <= rows[last] + 1) ++last;
     remove.Reset();
-    remove.Bind(1, row).Step();
+    remove.Bind(1, rows[first]).Bind(2, rows[last]).Step();
   }
 }
 
