@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libfast-float-dev libpugixml-dev libsqlite3-dev
   libcli11-dev
   libdeflate-dev
+  ccache
 )
 if [[ "${1:-}" == "--ci" ]]; then
   packages+=(clang libclang-rt-14-dev clang-format)
