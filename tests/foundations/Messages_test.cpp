@@ -8,15 +8,19 @@
 #include <string>
 
 #include "ncds/ncds.h"
+#include "support/TestSupport.h"
 
 namespace {
+
+// The catalogs the test build compiles (tests/locale/<lang>/LC_MESSAGES/ncds.mo).
+std::string LocaleDir() { return ncds::test::TestBinaryDir() + "/locale"; }
 
 // Each test selects its own locale and puts the previous global locale back.
 class Messages : public ::testing::Test {
  protected:
   void TearDown() override { std::locale::global(mPrevious); }
   static std::locale SelectGerman() {
-    return NCMessages::SelectLocale("de_DE.UTF-8", {NCDS_TEST_LOCALE_DIR});
+    return NCMessages::SelectLocale("de_DE.UTF-8", {LocaleDir()});
   }
   static bool HasCatalog(const std::locale& locale) {
     return std::has_facet<boost::locale::message_format<char>>(locale);
@@ -79,7 +83,7 @@ TEST_F(Messages, StaysEnglishWithoutCatalog) {
   EXPECT_STREQ(NCError(ExceptionMessage::translate("dialog caption", "Merge Datasets")).what(),
                "Merge Datasets");
   EXPECT_EQ(NCMessages::Translate("Merge Datasets"), "Merge Datasets");
-  NCMessages::SelectLocale("fr_FR.UTF-8", {NCDS_TEST_LOCALE_DIR});  // no French catalog
+  NCMessages::SelectLocale("fr_FR.UTF-8", {LocaleDir()});  // no French catalog
   EXPECT_EQ(ExceptionMessage::translate("ReadFromStreamDir failed.").str(),
             "ReadFromStreamDir failed.");
   std::locale::global(std::locale::classic());

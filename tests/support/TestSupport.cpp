@@ -1,12 +1,21 @@
 #include "support/TestSupport.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 
 namespace ncds::test {
 
-TempFile::TempFile(const std::string& name)
-    : mPath(std::string(NCDS_TEST_BINARY_DIR) + "/tmp_" + name) {
+std::string TestBinaryDir() {
+  static const std::string dir = [] {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? std::string(".") : self.parent_path().string();
+  }();
+  return dir;
+}
+
+TempFile::TempFile(const std::string& name) : mPath(TestBinaryDir() + "/tmp_" + name) {
   std::remove(mPath.c_str());
 }
 

@@ -14,6 +14,10 @@
 
 namespace ncds::test {
 
+// The folder of the test program (the test build folder). Taken from the running program
+// rather than compiled in, so that objects compiled in one clone serve every other.
+std::string TestBinaryDir();
+
 // A file path in the test build folder that is removed when the object goes.
 class TempFile {
  public:
