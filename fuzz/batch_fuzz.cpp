@@ -1,7 +1,7 @@
 // Feeds arbitrary bytes to the readers of the phase and batch records, the batch vector, the
-// import settings, the column concatenation and the bare phase-list form that owners keep
-// under one tag. Whatever reads must write and read back to the same bytes: no crash, no
-// hang, no allocation beyond what the input's size justifies.
+// import settings, the column concatenation, the per-dataset batch snapshots (RUSPDATA) and
+// the bare phase-list form that owners keep under one tag. Whatever reads must write and read back
+// to the same bytes: no crash, no hang, no allocation beyond what the input's size justifies.
 
 #include <cstddef>
 #include <cstdint>
@@ -38,6 +38,23 @@ void PhaseList(const std::string& bytes) {
   if (*again != *phases || PhaseListBytes(*again) != written) std::abort();
 }
 
+std::string RUSPBytes(const RUSPData& data) {
+  std::ostringstream os;
+  if (!data.WriteObject(os)) std::abort();
+  return os.str();
+}
+
+void Snapshots(const std::string& bytes) {
+  const boost::shared_ptr<NCProject> project = NCProject::Create();
+  RUSPData data(*project);
+  std::istringstream is(bytes);
+  if (!data.ReadObject(is)) return;
+  const std::string written = RUSPBytes(data);
+  RUSPData again(*project);
+  std::istringstream back(written);
+  if (!again.ReadObject(back) || RUSPBytes(again) != written) std::abort();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -68,5 +85,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     RoundTrip(bytes, object, again);
   }
   PhaseList(bytes);
+  Snapshots(bytes);
   return 0;
 }

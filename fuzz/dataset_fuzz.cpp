@@ -94,7 +94,7 @@ bool Read(const std::string& bytes, VStreamBase& object) {
   try {
     return static_cast<bool>(is >> object);
   } catch (const NCError&) {
-    return false;  // observations the project does not hold
+    return false;
   }
 }
 

@@ -205,7 +205,9 @@ TEST(NCDataSetSorting, RefusalsAndUnresolvableKeysChangeNothing) {
   project->GetObservations().SetBatchID(2);
   EXPECT_FALSE(data->SortDataset(1, true, true, false, nullptr));
   EXPECT_FALSE(data->SortDataset(byFirst, true));
-  EXPECT_EQ(user.log, refusal + refusal);
+  // An unknown key is refused the same way: the batch refusal comes first.
+  EXPECT_FALSE(data->SortDataset(NCIntegralVector<unsigned long, 0>(1, 999), true));
+  EXPECT_EQ(user.log, refusal + refusal + refusal);
   project->GetObservations().SetBatchID(0);
 
   // While models depend on the project, the change check decides; it refuses twice here.
@@ -236,7 +238,7 @@ TEST(NCDataSetSorting, RefusalsAndUnresolvableKeysChangeNothing) {
               "Invalid observation number");
   }
   EXPECT_EQ(FormerRows(*data, columns), (std::vector<int>{0, 1, 2}));
-  EXPECT_EQ(user.log, refusal + refusal) << "only batch data is refused with a message";
+  EXPECT_EQ(user.log, refusal + refusal + refusal) << "only batch data is refused with a message";
 
   EXPECT_TRUE(data->SortDataset(byFirst, true));
   EXPECT_EQ(asked, 2) << "nothing depends on the project: nobody is asked";

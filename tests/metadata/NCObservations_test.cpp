@@ -140,7 +140,7 @@ TEST(NCObservations, DamagedStreamsFailOrRoundTrip) {
   const std::string valid = WriteToString(observations);
   ncds::test::ForEachCorruption(valid, [](const std::string& bytes) {
     NCObservations read;
-    if (!ReadFromString(bytes, read)) {
+    if (!ncds::test::ReadDamaged(bytes, read)) {
       EXPECT_TRUE(read.empty());
       EXPECT_EQ(read.SizeAliases(), 1);
       return;

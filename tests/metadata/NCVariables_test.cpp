@@ -113,7 +113,7 @@ TEST(NCVariables, DamagedStreamsFailOrRoundTrip) {
   const std::string valid = WriteToString(vars);
   ncds::test::ForEachCorruption(valid, [](const std::string& bytes) {
     NCVariables read;
-    if (!ReadFromString(bytes, read)) {
+    if (!ncds::test::ReadDamaged(bytes, read)) {
       EXPECT_TRUE(read.empty());
       return;
     }

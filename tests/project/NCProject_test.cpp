@@ -132,10 +132,12 @@ TEST(NCProject, RestoredDataSetsLoadOnDemand) {
   EXPECT_EQ(project.LoadDataSet(5), nullptr);
   EXPECT_EQ(project.GetDataContainer(5), info);
 
-  // Observations the project no longer holds: refused, nothing loaded.
+  // Observations the project no longer holds: the dataset loads, its rows without records.
   const auto bare = NCProject::Create();
   ASSERT_TRUE(bare->RestoreDataSet(stream, info));
-  EXPECT_THROW(bare->LoadDataSet(5), NCError);
-  EXPECT_FALSE(bare->IsDataSetLoaded(5));
+  const auto orphans = bare->LoadDataSet(5);
+  ASSERT_NE(orphans, nullptr);
+  EXPECT_EQ(orphans->SizeObservations(), loaded->SizeObservations());
+  EXPECT_EQ(orphans->GetObservationInfo(1), nullptr);
   EXPECT_EQ(bare->GetObservations().size(), 0U);
 }

@@ -53,6 +53,9 @@ class NonSeekableBuf : public std::streambuf {
 std::string WriteToString(const VStreamBase& object);
 // Reads `object` from `bytes`; true when the read succeeded.
 bool ReadFromString(const std::string& bytes, VStreamBase& object);
+// The same for damaged bytes, which may also name a record class without a factory: that
+// read throws the factory's `Exception`, which counts as a refusal here.
+bool ReadDamaged(const std::string& bytes, VStreamBase& object);
 
 // Records the outermost operations reported through `NCProgress` while it lives: it installs
 // itself as the sink and puts the previous one back when it goes.

@@ -19,9 +19,10 @@
 // batches and phases) but not the records of its variables and observations, which stay with
 // the project. So a dataset is read into a project that already holds them: create it with
 // `Create(project, number)`, then read it. A damaged stream answers false and leaves the
-// dataset as it was; a stream naming observations the project does not hold throws `NCError`,
-// also leaving the dataset (and the project) unchanged. Writing and reading clear the dirty
-// flag.
+// dataset as it was. Rows whose observations the project no longer holds are read as rows
+// without a record (null in `GetObservationInfoVector`), keeping their unique IDs, so that a
+// dataset is never lost with some of its observation records. Writing and reading clear the
+// dirty flag.
 
 #include <boost/enable_shared_from_this.hpp>
 #include <boost/shared_ptr.hpp>
@@ -243,7 +244,6 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
       bool centered, boost::shared_ptr<DefaultCenterValues const> defaults) const override;
 
   bool VStreamableStartWrite(std::ostream& os) const override;
-  // Throws `NCError` when the stream names observations the project does not hold.
   bool VStreamableStartRead(std::istream& is) override;
   void VStreamableReset() const override;
 

@@ -220,7 +220,7 @@ bool NCDataSetInfo::ReadStreamDirectory(std::istream& is) {
       numYVariables < 0 || numYVariables > numVariables) {
     return false;
   }
-  VarObsInfoVector<ObservationInfo> rows = d::RowsOfStoredIDs(*project, observationIDs, name);
+  VarObsInfoVector<ObservationInfo> rows = d::RowsOfStoredIDs(*project, observationIDs);
 
   mNumObservations = numObservations;
   mNumVariables = numVariables;

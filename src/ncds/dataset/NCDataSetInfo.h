@@ -15,7 +15,7 @@
 //
 // Persistent: magic "NCDSI", version 3 (only 3 is read); a directory of 14 entries. A damaged
 // stream, or one whose counts disagree with its ID lists, answers false and leaves the info as
-// it was; a stream naming observations the project does not hold throws `NCError`.
+// it was; rows whose observations the project no longer holds are rows without a record.
 
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
@@ -76,7 +76,6 @@ class NCDS_EXPORT NCDataSetInfo : public virtual VStreamBase, public NCDataConta
 
  protected:
   bool VStreamableStartWrite(std::ostream& os) const override;
-  // Throws `NCError` when the stream names observations the project does not hold.
   bool VStreamableStartRead(std::istream& is) override;
   void VStreamableReset() const override;
 

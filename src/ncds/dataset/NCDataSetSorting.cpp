@@ -324,6 +324,10 @@ bool NCDataSet::SortDataset(int key, bool byVariable, bool ascending, bool numer
 }
 
 bool NCDataSet::SortDataset(const NCIntegralVector<unsigned long, 0>& varIDs, bool ascending) {
+  // A batch dataset is refused, with its message, before the key is looked at.
+  if (const auto project = GetProject(); project && project->GetObservations().HasBatches()) {
+    return SortDataset(1, true, ascending, false, nullptr);
+  }
   // The columns of the variables, each once; a repeated variable could not change the order.
   std::vector<std::size_t> columns;
   columns.reserve(varIDs.size());

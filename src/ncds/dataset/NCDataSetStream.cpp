@@ -304,7 +304,7 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
     return false;
   }
 
-  VarObsInfoVector<ObservationInfo> rows = d::RowsOfStoredIDs(*project, observationIDs, name);
+  VarObsInfoVector<ObservationInfo> rows = d::RowsOfStoredIDs(*project, observationIDs);
 
   // Streams written before the aliases were kept: the project's description of this dataset
   // knows them, or else every series the project has is in use.

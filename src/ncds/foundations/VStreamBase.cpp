@@ -20,6 +20,11 @@ std::istream& operator>>(std::istream& is, VStreamBase& object) {
     ok = object.VStreamableStartRead(is);
   } catch (const VxStreamError&) {
     ok = false;
+  } catch (...) {
+    // Any other exception passes on, and the pass still ends: the object can be read again.
+    object.VStreamableReset();
+    is.setstate(std::ios_base::failbit);
+    throw;
   }
   object.VStreamableReset();
   if (!ok) is.setstate(std::ios_base::failbit);

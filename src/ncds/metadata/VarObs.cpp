@@ -406,8 +406,9 @@ bool VarObs::VStreamableStartRead(std::istream& is) {
     InputStreamDirectory directory(is);
     try {
       ok = ReadContents(directory, read);
-    } catch (const Exception&) {
-      // Damaged bytes (VxStreamError) and records of classes without a factory alike.
+    } catch (const VxStreamError&) {
+      // Damaged bytes fail the read. A record of a class without a factory is no damage the
+      // stream can show: its message ("Could not find a factory method ...") passes on.
       ok = false;
     }
     directory.Close();

@@ -18,9 +18,10 @@
 // numeral flags, 3 the series labels, 4 the records (each as its registered class name and
 // then the record, in increasing unique ID), 5 the selected label, 6 the batch series,
 // 7 the phase series. Tags 0 to 3, and 4 when there are records, are required; a record of a
-// class without a factory, of a kind the container does not hold, or out of order fails the
-// read. A successful write or read clears the dirty flag; a failed read leaves the container
-// as it was.
+// kind the container does not hold or out of order fails the read, and a record of a class
+// without a factory throws `Exception` with the factory's message (see `ReadVarObsInfo`). A
+// successful write or read clears the dirty flag; a failed or thrown read leaves the
+// container as it was.
 
 #include <boost/container/flat_map.hpp>
 #include <boost/shared_ptr.hpp>

@@ -7,6 +7,7 @@
 #include <ostream>
 #include <typeinfo>
 
+#include "ncds/batch/BatchImportSettings.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/InputStreamDirectory.h"
 #include "ncds/foundations/OutputStreamDirectory.h"
@@ -133,6 +134,14 @@ const std::string& VarObsInfo::GetBatchName(const VarObs& owner) const {
 
 const std::string& VarObsInfo::GetPhaseName(const VarObs& owner) const {
   return GetUserID(owner.GetPhaseIDRaw());
+}
+
+const std::string& VarObsInfo::GetBatchName(const BatchImportSettings& settings) const {
+  return GetUserID(settings.GetBatchID());
+}
+
+const std::string& VarObsInfo::GetPhaseName(const BatchImportSettings& settings) const {
+  return GetUserID(settings.GetPhaseID());
 }
 
 bool VarObsInfo::VStreamableStartWrite(std::ostream& os) const {

@@ -28,6 +28,7 @@ class ByteReader;
 class ByteWriter;
 }  // namespace ncds::detail
 
+class BatchImportSettings;
 class VarObs;
 class VariableInfo;
 class ObservationInfo;
@@ -69,6 +70,9 @@ class NCDS_EXPORT VarObsInfo : public virtual VStreamBase {
   // The ID in the owner's batch (phase) series; empty when there is none.
   const std::string& GetBatchName(const VarObs& owner) const;
   const std::string& GetPhaseName(const VarObs& owner) const;
+  // The same, with the series that the batch import settings name.
+  const std::string& GetBatchName(const BatchImportSettings& settings) const;
+  const std::string& GetPhaseName(const BatchImportSettings& settings) const;
 
   static std::int16_t GetVStreamVersionNumber() { return msVStreamData.GetVStreamVersionNumber(); }
   static std::int16_t GetMyVStreamVersionNumber() {

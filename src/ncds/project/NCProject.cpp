@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ncds/batch/BatchImportSettings.h"
+#include "ncds/batch/RUSPData.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCDataSetInfo.h"
 #include "ncds/foundations/Exception.h"
@@ -34,7 +35,8 @@ std::size_t ExpectedStreamSize(const NCDataSet& dataSet) {
 NCProject::NCProject()
     : mVariables(std::make_unique<NCVariables>()),
       mObservations(std::make_unique<NCObservations>()),
-      mSettings(std::make_unique<BatchImportSettings>()) {}
+      mSettings(std::make_unique<BatchImportSettings>()),
+      mRUSPData(std::make_unique<RUSPData>(*this)) {}
 
 NCProject::~NCProject() = default;
 

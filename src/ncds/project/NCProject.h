@@ -2,7 +2,8 @@
 #define NCDS_PROJECT_NCPROJECT_H
 
 // A complete project kept in memory: the variable and observation metadata of the project,
-// its unique IDs, its batch import settings and its datasets by number. Applications and
+// its unique IDs, its batch import settings, the batch structures kept per dataset
+// (`RUSPData`) and its datasets by number. Applications and
 // tools that need no storage of their own use it as it is; the project file builds on it.
 //
 // Saving a dataset keeps its "NCDS" stream and its description (`NCDataSetInfo`), and keeps
@@ -29,6 +30,7 @@
 #include "ncds/ncds_export.h"
 
 class NCDataSetInfo;
+class RUSPData;
 
 class NCDS_EXPORT NCProject : public NCProjectBase {
  public:
@@ -70,8 +72,8 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   std::vector<int> GetDataSetNumbers() const;
   // Reads dataset `number` afresh from its saved stream and makes it the loaded one; a dataset
   // loaded before is no longer the project's (its unsaved changes stay with it). Null when no
-  // dataset is stored under `number` or its stream is damaged; then nothing changes. Throws
-  // `NCError` when the stream names observations the project no longer holds.
+  // dataset is stored under `number` or its stream is damaged; then nothing changes. Rows
+  // whose observations the project no longer holds come without a record.
   boost::shared_ptr<NCDataSet> LoadDataSet(int number);
   // Whether dataset `number` is loaded.
   bool IsDataSetLoaded(int number) const;
@@ -87,6 +89,10 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   bool RestoreDataSet(std::string stream, boost::shared_ptr<NCDataSetInfo const> info);
   // Forgets the dataset stored under `number`; false when there is none.
   virtual bool RemoveDataSet(int number);
+
+  // The batch structures and row IDs kept per dataset; saved with the project.
+  RUSPData& GetRUSPData() { return *mRUSPData; }
+  const RUSPData& GetRUSPData() const { return *mRUSPData; }
 
   int GetBatchIdentifierSeries() const override { return mBatchIdentifierSeries; }
   void SetBatchIdentifierSeries(int series) { mBatchIdentifierSeries = series; }
@@ -116,6 +122,7 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   std::unique_ptr<NCVariables> mVariables;
   std::unique_ptr<NCObservations> mObservations;
   std::unique_ptr<BatchImportSettings> mSettings;
+  std::unique_ptr<RUSPData> mRUSPData;
   std::map<int, StoredDataSet> mDataSets;
   ChangeCheck mChangeCheck;
   unsigned long mLastUniqueID = 0;

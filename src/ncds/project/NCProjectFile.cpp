@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "ncds/batch/BatchImportSettings.h"
+#include "ncds/batch/RUSPData.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCDataSetInfo.h"
 #include "ncds/foundations/Exception.h"
@@ -16,6 +17,7 @@
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/project/detail/BlobChunks.h"
 #include "ncds/project/detail/EncodedStream.h"
+#include "ncds/project/detail/LightObjectStream.h"
 #include "ncds/project/detail/Sqlite.h"
 
 namespace ncds::detail {
@@ -27,6 +29,7 @@ constexpr std::int64_t kApplicationID = 0x4E434453;
 const char* const kVariablesStream = "variables";
 const char* const kObservationsStream = "observations";
 const char* const kSettingsStream = "settings";
+const char* const kRUSPStream = "rusp";
 
 std::string DataSetStream(int number) { return "dataset/" + std::to_string(number); }
 std::string InfoStream(int number) { return "info/" + std::to_string(number); }
@@ -118,6 +121,14 @@ bool ReadObject(SqliteDatabase& db, const std::string& name, VStreamBase& object
   return chunks.Size() > 0 && static_cast<bool>(is >> object);
 }
 
+// Reads `object` from stream `name` when the file holds one (files from before that stream
+// lack it and read as they are); false when it is there but does not read.
+bool ReadOptionalObject(SqliteDatabase& db, const std::string& name, VStreamBase& object) {
+  ChunkReader chunks(db, name);
+  std::istream is(&chunks);
+  return chunks.Size() == 0 || static_cast<bool>(is >> object);
+}
+
 // About what a save of `dataSet` writes, for its progress: the values and IDs, and the
 // project's records (some 80 bytes an observation, 200 a variable).
 float EstimatedSaveBytes(const NCDataSet& dataSet, const NCProject& project) {
@@ -193,9 +204,11 @@ void NCProjectFile::ReadProject() {
 
   using ncds::detail::ReadObject;
   BatchImportSettings settings;
+  ncds::detail::LightObjectStream<RUSPData> rusp(GetRUSPData());
   if (!ReadObject(db, ncds::detail::kVariablesStream, GetVariables()) ||
       !ReadObject(db, ncds::detail::kObservationsStream, GetObservations()) ||
-      !ReadObject(db, ncds::detail::kSettingsStream, settings)) {
+      !ReadObject(db, ncds::detail::kSettingsStream, settings) ||
+      !ncds::detail::ReadOptionalObject(db, ncds::detail::kRUSPStream, rusp)) {
     ncds::detail::ThrowDamaged(db.Path());
   }
   SetBatchImportSettings(settings);
@@ -283,6 +296,9 @@ void NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataS
                Encode(GetVariables(), ncds::detail::kDefaultChunkSize, path));
   writer.Write(ncds::detail::kSettingsStream,
                Encode(GetBatchImportSettings(), ncds::detail::kDefaultChunkSize, path));
+  writer.Write(ncds::detail::kRUSPStream,
+               Encode(ncds::detail::LightObjectStream<const RUSPData>(GetRUSPData()),
+                      ncds::detail::kDefaultChunkSize, path));
   // The dataset's rows and columns refer to records: they are saved with it.
   if (dataSet) writer.Write(ncds::detail::DataSetStream(info->GetNumber()), *dataSet);
   writer.Write(ncds::detail::kObservationsStream, observations.get());

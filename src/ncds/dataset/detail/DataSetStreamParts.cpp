@@ -40,19 +40,8 @@ std::vector<int> ReadAliases(std::istream& is) {
 }
 
 VarObsInfoVector<ObservationInfo> RowsOfStoredIDs(
-    const NCProjectBase& project, const NCIntegralVector<unsigned long, 0>& observationIDs,
-    const std::string& name) {
-  VarObsInfoVector<ObservationInfo> rows = project.GetObservations().GetInfoVector(observationIDs);
-  std::size_t unknown = 0;
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    if (!rows[i] && observationIDs[i] != 0) ++unknown;
-  }
-  if (unknown != 0) {
-    throw NCError(ExceptionMessage::translate(
-                      "Dataset '{1}' refers to {2} observations that are not in the project.") %
-                  name % unknown);
-  }
-  return rows;
+    const NCProjectBase& project, const NCIntegralVector<unsigned long, 0>& observationIDs) {
+  return project.GetObservations().GetInfoVector(observationIDs);
 }
 
 }  // namespace ncds::detail

@@ -28,12 +28,11 @@ std::uint32_t ReadCount(std::istream& is, std::uint64_t bytesEach);
 bool WriteAliases(const std::vector<int>& aliases, std::ostream& os);
 std::vector<int> ReadAliases(std::istream& is);
 
-// The records of the rows `observationIDs` in the project's observations; ID 0 is a row that
-// had no record when it was written and stays null. Throws `NCError` naming the dataset
-// `name` when the project lacks any other ID, so that the caller changes nothing.
+// The records of the rows `observationIDs` in the project's observations. A row whose record
+// the project no longer holds (or ID 0, a row written without one) is null: a dataset is never
+// lost because some of its observations were deleted; the rows say so when asked.
 VarObsInfoVector<ObservationInfo> RowsOfStoredIDs(
-    const NCProjectBase& project, const NCIntegralVector<unsigned long, 0>& observationIDs,
-    const std::string& name);
+    const NCProjectBase& project, const NCIntegralVector<unsigned long, 0>& observationIDs);
 
 }  // namespace ncds::detail
 

@@ -171,6 +171,7 @@ std::streamsize ChunkWriter::xsputn(const char* s, std::streamsize n) {
       mPatchPosition += below;
       s += below;
       left -= below;
+      if (left == 0) return n;  // all below the stored chunks: the buffer is not reached
     }
     const std::size_t inBuffer =
         std::min<std::size_t>(left, mHighWater - (mPatchPosition - mStored));
