@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds ncds (release preset) and runs its main job: the `ncds` tool on the example batch
-# data. It imports examples/data/fermentation.csv into a new project file, lists the project,
-# shows the dataset and exports it to CSV again.
+# data. It imports examples/data/fermentation.csv into a new project file as a batch dataset,
+# lists the project, shows the dataset and its batches, deletes one batch, renames one phase
+# and exports the dataset to CSV again.
 #   scripts/run.sh [PROJECT]    default: build/release/fermentation.ncds
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,14 +17,18 @@ export_file="${project%.ncds}-export.csv"
 
 # A new project each run; the import creates it.
 rm -f "$project" "$export_file"
-echo "== ncds import $data $project --id ObsID"
-"$ncds" import "$data" "$project" --id ObsID
-echo "== ncds list $project"
-"$ncds" list "$project"
-echo "== ncds show $project 1 --rows 5"
-"$ncds" show "$project" 1 --rows 5
-echo "== ncds export $project 1 -o $export_file"
-"$ncds" export "$project" 1 -o "$export_file"
+run() {
+  echo "== ncds $*"
+  "$ncds" "$@"
+}
+run import "$data" "$project" --id ObsID --batch Batch --phase Phase
+run list "$project"
+run show "$project" 1 --rows 5
+run batches "$project" 1
+run delete-batches "$project" 1 --batch B03
+run rename-phase "$project" 1 Lag Start
+run batches "$project" 1
+run export "$project" 1 -o "$export_file"
 echo
 echo "Project file: $project"
 echo "Export:       $export_file"

@@ -22,10 +22,12 @@
 #include "ncds/metadata/QualitativeVariableInfo.h"
 #include "ncds/metadata/VariableInfo.h"
 #include "ncds/project/NCProjectFile.h"
+#include "tools/ncds/BatchCommands.h"
 #include "tools/ncds/CsvExport.h"
 #include "tools/ncds/CsvImport.h"
 #include "tools/ncds/CsvOptions.h"
 #include "tools/ncds/ProgressLine.h"
+#include "tools/ncds/TextTable.h"
 
 namespace ncds::tool {
 namespace detail {
@@ -48,34 +50,11 @@ struct Request {
   CsvImportOptions import;
   int rows = 10;
   bool progress = false;
-};
-
-// Rows of text printed as columns, each as wide as its widest cell, two blanks apart.
-class Table {
- public:
-  void AddRow(std::vector<std::string> cells) {
-    if (cells.size() > mWidths.size()) mWidths.resize(cells.size(), 0);
-    for (std::size_t k = 0; k < cells.size(); ++k) {
-      mWidths[k] = std::max(mWidths[k], cells[k].size());
-    }
-    mRows.push_back(std::move(cells));
-  }
-  void Print(std::ostream& out, const std::string& indent = "") const {
-    for (const std::vector<std::string>& row : mRows) {
-      std::string line = indent;
-      for (std::size_t k = 0; k < row.size(); ++k) {
-        if (k > 0) line += "  ";
-        line += row[k];
-        if (k + 1 < row.size()) line.append(mWidths[k] - row[k].size(), ' ');
-      }
-      line.erase(line.find_last_not_of(' ') + 1);
-      out << line << '\n';
-    }
-  }
-
- private:
-  std::vector<std::vector<std::string>> mRows;
-  std::vector<std::size_t> mWidths;
+  // The batch commands.
+  std::vector<std::string> batches;
+  std::vector<BatchCommands::PhaseChoice> phases;
+  std::string from;
+  std::string to;
 };
 
 std::string Kind(int dataType) {
@@ -106,11 +85,20 @@ int FindDataSet(const NCProjectFile& project, const std::string& which) {
                 which);
 }
 
-boost::shared_ptr<NCDataSet> Load(NCProjectFile& project, int number) {
+// Loads dataset `number`; rows whose observation records are gone are pointed out on `err`.
+boost::shared_ptr<NCDataSet> Load(NCProjectFile& project, int number, std::ostream& err) {
   boost::shared_ptr<NCDataSet> dataSet = project.LoadDataSet(number);
   if (!dataSet) {
     throw NCError(ExceptionMessage::translate("Dataset {1} of project {2} cannot be read.") %
                   number % project.GetPath());
+  }
+  if (const int lost = BatchCommands::CountRowsWithoutRecord(*dataSet)) {
+    err << (ExceptionMessage::translate(
+                "Note: {1} observations of dataset {2} have lost their records in the project; "
+                "`ncds drop-lost {3} {2}` removes them.") %
+            lost % number % project.GetPath())
+               .str()
+        << '\n';
   }
   return dataSet;
 }
@@ -149,7 +137,7 @@ int List(const Request& request, std::ostream& out) {
         << '\n';
     return 0;
   }
-  Table table;
+  TextTable table;
   table.AddRow({NCMessages::Translate("column header", "No."),
                 NCMessages::Translate("column header", "Name"),
                 NCMessages::Translate("column header", "Observations"),
@@ -192,22 +180,25 @@ std::string Levels(const VariableInfo& info) {
   return levels;
 }
 
-int Show(const Request& request, std::ostream& out) {
+int Show(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
-  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number);
+  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
   const NCVariables& variables = project->GetVariables();
   const NCObservations& observations = project->GetObservations();
   const int rows = dataSet->SizeObservations();
   const int columns = dataSet->SizeVariables();
 
+  const std::string batches = BatchCommands::Describe(*dataSet);
+  const std::string kind = batches.empty() ? Kind(dataSet->GetDataType())
+                                           : Kind(dataSet->GetDataType()) + ", " + batches;
   out << (ExceptionMessage::translate(
               "Dataset {1} \"{2}\": {3} observations, {4} variables, {5}.") %
-          number % dataSet->GetName() % rows % columns % Kind(dataSet->GetDataType()))
+          number % dataSet->GetName() % rows % columns % kind)
              .str()
       << "\n\n";
 
-  Table variableTable;
+  TextTable variableTable;
   variableTable.AddRow({NCMessages::Translate("column header", "No."),
                         NCMessages::Translate("column header", "Variable"),
                         NCMessages::Translate("column header", "Kind"),
@@ -229,9 +220,9 @@ int Show(const Request& request, std::ostream& out) {
   out << '\n'
       << (ExceptionMessage::translate("The first {1} of {2} observations:") % shown % rows).str()
       << "\n\n";
-  Table values;
+  TextTable values;
   std::vector<std::string> header;
-  const std::vector<int>& aliases = dataSet->GetUsedObsAliases();
+  const std::vector<int> aliases = CsvExport::ExportedSeries(*dataSet, observations);
   for (const int series : aliases) header.push_back(observations.GetIDLabelRaw(series));
   for (VariableInfo* info : infos) header.push_back(info ? info->GetUserID(1) : std::string());
   values.AddRow(std::move(header));
@@ -258,22 +249,59 @@ int Show(const Request& request, std::ostream& out) {
   return 0;
 }
 
-// The --id options that import the exported file with the same ID columns.
+// The options that import the exported file with the same ID, batch and phase columns.
 std::string IdOptions(const NCDataSet& dataSet, const NCObservations& observations) {
   std::string options;
-  for (const int series : dataSet.GetUsedObsAliases()) {
+  const bool isBatch = dataSet.GetBatchInfoVector() != nullptr;
+  for (const int series : CsvExport::ExportedSeries(dataSet, observations)) {
     const std::string label = observations.GetIDLabelRaw(series);
     const bool quote = label.empty() || label.find_first_of(" \t\"'$\\") != std::string::npos;
-    options += options.empty() ? "--id " : " --id ";
+    const char* option = "--id ";
+    if (isBatch && series == observations.GetBatchIDRaw()) option = "--batch ";
+    if (isBatch && series == observations.GetPhaseIDRaw()) option = "--phase ";
+    if (!options.empty()) options += ' ';
+    options += option;
     options += quote ? '"' + label + '"' : label;
   }
-  return options;
+  return options.empty() ? NCMessages::Translate("no options") : options;
+}
+
+int Batches(const Request& request, std::ostream& out, std::ostream& err) {
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  const boost::shared_ptr<NCDataSet> dataSet =
+      Load(*project, FindDataSet(*project, request.dataSet), err);
+  BatchCommands::PrintBatches(*dataSet, out);
+  return 0;
+}
+
+// Runs a batch edit on the dataset and saves it; prints the edit's log and the result.
+template <class Edit>
+int EditBatches(const Request& request, std::ostream& out, std::ostream& err, Edit edit) {
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  const int number = FindDataSet(*project, request.dataSet);
+  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
+  const std::string log = edit(*dataSet);
+  {
+    const ProgressLine progress(request.progress, NCMessages::Translate("Saving the project"), err);
+    if (!project->SaveDataSet(dataSet)) {
+      throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") % number %
+                    request.project);
+    }
+  }
+  out << log
+      << (ExceptionMessage::translate("Dataset {1} \"{2}\": {3} observations, {4}.") % number %
+          dataSet->GetName() % dataSet->SizeObservations() %
+          (dataSet->GetBatchInfoVector() ? BatchCommands::Describe(*dataSet)
+                                         : Kind(dataSet->GetDataType())))
+             .str()
+      << '\n';
+  return 0;
 }
 
 int Export(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
-  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number);
+  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
   const CsvExportOptions options;
   if (request.output.empty()) {
     CsvExport::Write(*dataSet, out, options);
@@ -369,6 +397,14 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
                    NCMessages::Translate("a text that stands for a missing value"))
       ->type_name("TEXT")
       ->allow_extra_args(false);
+  import
+      ->add_option("--batch", request.import.batchColumn,
+                   NCMessages::Translate("the column of batch names: a batch dataset"))
+      ->type_name("COLUMN");
+  import
+      ->add_option("--phase", request.import.phaseColumn,
+                   NCMessages::Translate("the column of phase names (with --batch)"))
+      ->type_name("COLUMN");
 
   CLI::App* list =
       app.add_subcommand("list", NCMessages::Translate("List the datasets of a project."));
@@ -400,8 +436,65 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
       app.add_subcommand("delete", NCMessages::Translate("Delete a dataset from a project."));
   addDataSet(deleteCommand);
 
+  CLI::App* batches = app.add_subcommand(
+      "batches", NCMessages::Translate("List the batches of a batch dataset with their phases."));
+  addDataSet(batches);
+
+  CLI::App* deleteBatches = app.add_subcommand(
+      "delete-batches", NCMessages::Translate("Delete batches, and phases of batches, from a "
+                                              "batch dataset."));
+  addDataSet(deleteBatches);
+  deleteBatches->add_option("--batch", request.batches, NCMessages::Translate("a batch to delete"))
+      ->type_name("NAME")
+      ->allow_extra_args(false);
+  std::vector<std::string> phaseNames;
+  std::vector<std::string> inBatches;
+  CLI::Option* phaseOption =
+      deleteBatches
+          ->add_option("--phase", phaseNames,
+                       NCMessages::Translate("a phase to delete, in every batch that has it"))
+          ->type_name("NAME")
+          ->allow_extra_args(false);
+  CLI::Option* inOption =
+      deleteBatches
+          ->add_option("--in", inBatches,
+                       NCMessages::Translate("only in this batch (follows --phase)"))
+          ->type_name("BATCH")
+          ->allow_extra_args(false);
+
+  CLI::App* dropLost = app.add_subcommand(
+      "drop-lost", NCMessages::Translate("Remove the observations of a dataset whose records "
+                                         "are gone from the project."));
+  addDataSet(dropLost);
+
+  CLI::App* renamePhase = app.add_subcommand(
+      "rename-phase", NCMessages::Translate("Rename a phase of a batch dataset; phases renamed "
+                                            "to one name become one phase."));
+  addDataSet(renamePhase);
+  renamePhase->add_option("OLD", request.from, NCMessages::Translate("the phase's name"))
+      ->required();
+  renamePhase->add_option("NEW", request.to, NCMessages::Translate("its new name"))->required();
+
   try {
     app.parse(argc, argv);
+    if (deleteBatches->parsed()) {
+      // Each --in belongs to the --phase before it.
+      std::size_t phase = 0;
+      std::size_t in = 0;
+      for (const CLI::Option* option : deleteBatches->parse_order()) {
+        if (option == phaseOption) {
+          request.phases.push_back({phaseNames[phase++], std::string()});
+        } else if (option == inOption) {
+          if (request.phases.empty() || !request.phases.back().batch.empty()) {
+            throw CLI::ValidationError("--in", NCMessages::Translate("--in must follow a --phase"));
+          }
+          request.phases.back().batch = inBatches[in++];
+        }
+      }
+      if (request.batches.empty() && request.phases.empty()) {
+        throw CLI::ValidationError(NCMessages::Translate("give at least one --batch or --phase"));
+      }
+    }
   } catch (const CLI::CallForHelp& e) {
     return app.exit(e, out, err);
   } catch (const CLI::CallForAllHelp& e) {
@@ -414,9 +507,27 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   try {
     if (import->parsed()) return detail::Import(request, out, err);
     if (list->parsed()) return detail::List(request, out);
-    if (show->parsed()) return detail::Show(request, out);
+    if (show->parsed()) return detail::Show(request, out, err);
     if (exportCommand->parsed()) return detail::Export(request, out, err);
     if (deleteCommand->parsed()) return detail::Delete(request, out, err);
+    if (batches->parsed()) return detail::Batches(request, out, err);
+    if (deleteBatches->parsed()) {
+      return detail::EditBatches(request, out, err, [&request](NCDataSet& dataSet) {
+        return BatchCommands::DeleteBatches(dataSet, request.batches, request.phases);
+      });
+    }
+    if (dropLost->parsed()) {
+      return detail::EditBatches(request, out, err, [&request](NCDataSet& dataSet) {
+        return (ExceptionMessage::translate("Removed {1} observations without a record.\n") %
+                BatchCommands::DropRowsWithoutRecord(dataSet))
+            .str();
+      });
+    }
+    if (renamePhase->parsed()) {
+      return detail::EditBatches(request, out, err, [&request](NCDataSet& dataSet) {
+        return BatchCommands::RenamePhase(dataSet, request.from, request.to);
+      });
+    }
   } catch (const std::exception& e) {
     err << e.what() << '\n';
     return 1;

@@ -4,11 +4,14 @@
 // The commands of the `ncds` tool, run on the arguments of one invocation:
 //
 //   ncds import DATA.csv PROJECT [--name NAME] [--id COLUMN]... [--sep C] [--decimal C]
-//                                [--missing TEXT]...
+//                                [--missing TEXT]... [--batch COLUMN [--phase COLUMN]]
 //   ncds list PROJECT
 //   ncds show PROJECT DATASET [--rows N]
 //   ncds export PROJECT DATASET [-o FILE]
 //   ncds delete PROJECT DATASET
+//   ncds batches PROJECT DATASET
+//   ncds delete-batches PROJECT DATASET [--batch NAME]... [--phase NAME [--in BATCH]]...
+//   ncds rename-phase PROJECT DATASET OLD NEW
 //
 // DATASET is a dataset's number or name. Results go to `out`; errors, hints and the progress
 // line go to `err`. Returns the exit code: 0 on success, 1 when the command failed (one

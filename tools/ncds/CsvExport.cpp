@@ -1,5 +1,6 @@
 #include "tools/ncds/CsvExport.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -13,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "ncds/batch/BatchUtilities.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/foundations/Exception.h"
@@ -22,6 +24,7 @@
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/VariableInfo.h"
+#include "tools/ncds/CsvImport.h"
 
 namespace ncds::tool {
 namespace detail {
@@ -175,8 +178,67 @@ class OutputColumn {
   std::string mScratch;
 };
 
+// Whether every row's primary ID equals its ID in `series`.
+bool SameAsPrimary(const VarObsInfoVector<ObservationInfo>& rows, int series) {
+  for (const ObservationInfo* row : rows) {
+    if (!row || row->GetUserID(series) != row->GetUserID(1)) return false;
+  }
+  return true;
+}
+
+// Whether the primary IDs are those an import without an ID column gives: the row numbers,
+// or in a batch dataset the batch name and the position in the batch.
+bool AreGeneratedIDs(const NCDataSet& dataSet, const NCObservations& observations) {
+  const VarObsInfoVector<ObservationInfo>& rows = dataSet.GetObservationInfoVector();
+  if (!(dataSet.GetDataType() & NCDataSet::kBatchBit) || !observations.HasBatches()) {
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (!rows[i] || rows[i]->GetUserID(1) != std::to_string(i + 1)) return false;
+    }
+    return true;
+  }
+  std::vector<int> starts = BatchUtilities::GetRunStarts(observations, rows, false);
+  starts.push_back(static_cast<int>(rows.size()) + 1);
+  std::size_t longest = 0;
+  for (std::size_t r = 0; r + 1 < starts.size(); ++r) {
+    longest = std::max(longest, static_cast<std::size_t>(starts[r + 1] - starts[r]));
+  }
+  for (std::size_t r = 0; r + 1 < starts.size(); ++r) {
+    for (int row = starts[r]; row < starts[r + 1]; ++row) {
+      const ObservationInfo* info = rows[static_cast<std::size_t>(row - 1)];
+      if (!info ||
+          info->GetUserID(1) != CsvImport::BatchRowID(info->GetBatchName(observations),
+                                                      static_cast<std::size_t>(row - starts[r] + 1),
+                                                      longest)) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
 }  // namespace
 }  // namespace detail
+
+std::vector<int> CsvExport::ExportedSeries(const NCDataSet& dataSet,
+                                           const NCObservations& observations) {
+  std::vector<int> series = dataSet.GetUsedObsAliases();
+  const auto primary = std::find(series.begin(), series.end(), 1);
+  if (primary == series.end()) return series;
+  const VarObsInfoVector<ObservationInfo>& rows = dataSet.GetObservationInfoVector();
+  for (auto other = series.begin(); other != series.end(); ++other) {
+    if (*other == 1 || *other == observations.GetBatchIDRaw() ||
+        *other == observations.GetPhaseIDRaw() || !detail::SameAsPrimary(rows, *other)) {
+      continue;
+    }
+    // The series that holds the primary IDs comes first, in place of the primary series.
+    const int holder = *other;
+    series.erase(other);
+    *std::find(series.begin(), series.end(), 1) = holder;
+    return series;
+  }
+  if (detail::AreGeneratedIDs(dataSet, observations)) series.erase(primary);
+  return series;
+}
 
 void CsvExport::Write(const NCDataSet& dataSet, std::ostream& os, const CsvExportOptions& options) {
   CheckCsvCharacters(options.separator, options.decimal);
@@ -188,7 +250,7 @@ void CsvExport::Write(const NCDataSet& dataSet, std::ostream& os, const CsvExpor
   const NCVariables& variables = project->GetVariables();
   const NCObservations& observations = project->GetObservations();
   const NCDataMatrix<float>& matrix = dataSet.GetMatrix();
-  const std::vector<int>& aliases = dataSet.GetUsedObsAliases();
+  const std::vector<int> aliases = ExportedSeries(dataSet, observations);
   const auto rows = static_cast<std::size_t>(dataSet.SizeObservations());
   const auto columns = static_cast<std::size_t>(dataSet.SizeVariables());
 

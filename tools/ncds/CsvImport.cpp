@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "ncds/batch/BatchImportSettings.h"
+#include "ncds/batch/BatchUtilities.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/foundations/Exception.h"
@@ -91,6 +93,14 @@ std::vector<std::size_t> FindIDColumns(const std::vector<std::string>& header,
   return positions;
 }
 
+// The ID columns of an import: the named ones, then the batch and the phase column.
+std::vector<std::string> IDColumnNames(const CsvImportOptions& options) {
+  std::vector<std::string> names = options.idColumns;
+  if (!options.batchColumn.empty()) names.push_back(options.batchColumn);
+  if (!options.phaseColumn.empty()) names.push_back(options.phaseColumn);
+  return names;
+}
+
 // About how many rows follow, judged by the first data row, and never more than the bytes
 // left could hold (a row takes at least one byte per field).
 std::size_t EstimateRows(std::size_t bytesLeft, std::size_t firstRowBytes, std::size_t width) {
@@ -141,7 +151,8 @@ ParsedFile Parse(std::string_view text, const std::string& source,
   std::vector<std::string> header;
   header.reserve(width);
   for (std::size_t j = 0; j < width; ++j) header.emplace_back(CsvCellParser::Trim(row[j]));
-  const std::vector<std::size_t> idPositions = FindIDColumns(header, options.idColumns, source);
+  const std::vector<std::size_t> idPositions =
+      FindIDColumns(header, IDColumnNames(options), source);
 
   const std::size_t headerEnd = reader.GetOffset();
   const bool hasData = reader.ReadRow(row);
@@ -259,6 +270,101 @@ ParsedFile Parse(std::string_view text, const std::string& source,
   return parsed;
 }
 
+// The file line on which data row `row` (0-based) starts: found by reading the file again,
+// which only an error report needs.
+std::size_t LineOfRow(std::string_view text, const std::string& source, char separator,
+                      std::size_t row) {
+  CsvReader reader(text, source, separator);
+  CsvRow cells;
+  reader.ReadRow(cells);  // the header
+  for (std::size_t i = 0; reader.ReadRow(cells); ++i) {
+    if (i == row) return cells.GetLine(0);
+  }
+  return 0;
+}
+
+// Puts the rows of `parsed` into the order `order` (former row positions).
+void ReorderRows(ParsedFile& parsed, const std::vector<std::size_t>& order) {
+  NCDataMatrix<float> values(parsed.rows, parsed.columns.size());
+  for (std::size_t k = 0; k < parsed.columns.size(); ++k) {
+    const float* from = parsed.values.ColumnData(k);
+    float* to = values.ColumnData(k);
+    for (std::size_t i = 0; i < order.size(); ++i) to[i] = from[order[i]];
+  }
+  parsed.values = std::move(values);
+  for (IDColumn& column : parsed.ids) {
+    IDColumn reordered;
+    reordered.header = column.header;
+    reordered.text.reserve(column.text.size());
+    reordered.ends.reserve(column.ends.size());
+    for (const std::size_t i : order) reordered.Append(column.Get(i));
+    column = std::move(reordered);
+  }
+}
+
+// The rows of a batch file grouped by batch, in order of first appearance and keeping their
+// order inside each batch; refused when a batch or phase cell is empty or a phase starts
+// again inside a batch after another phase. Returns the batch of each row (after grouping)
+// as an index into `batches`.
+std::vector<std::size_t> GroupBatches(ParsedFile& parsed, std::string_view text,
+                                      const std::string& source, const CsvImportOptions& options,
+                                      std::vector<std::string>& batches) {
+  const std::size_t batchColumn = options.idColumns.size();
+  const bool withPhases = !options.phaseColumn.empty();
+  std::unordered_map<std::string_view, std::size_t> batchIndex;
+  std::vector<std::size_t> batchOf(parsed.rows);
+  std::vector<std::size_t> sizes;
+  bool grouped = true;
+  for (std::size_t row = 0; row < parsed.rows; ++row) {
+    const std::string_view name = parsed.ids[batchColumn].Get(row);
+    const std::string_view phase = withPhases ? parsed.ids[batchColumn + 1].Get(row) : "x";
+    if (name.empty() || phase.empty()) {
+      throw NCError(
+          ExceptionMessage::translate("{1}, line {2}: the {3} column \"{4}\" is empty.") % source %
+          LineOfRow(text, source, options.separator, row) %
+          (name.empty() ? NCMessages::Translate("batch") : NCMessages::Translate("phase")) %
+          (name.empty() ? options.batchColumn : options.phaseColumn));
+    }
+    const auto [at, added] = batchIndex.emplace(name, sizes.size());
+    if (added) sizes.push_back(0);
+    grouped = grouped && (added || at->second == batchOf[row - 1]);
+    batchOf[row] = at->second;
+    ++sizes[at->second];
+  }
+  batches.resize(sizes.size());
+  for (const auto& [name, index] : batchIndex) batches[index] = std::string(name);
+  // Former row positions in the new order: a stable counting sort by batch.
+  std::vector<std::size_t> order(parsed.rows);
+  std::vector<std::size_t> next(sizes.size(), 0);
+  for (std::size_t b = 1; b < sizes.size(); ++b) next[b] = next[b - 1] + sizes[b - 1];
+  for (std::size_t row = 0; row < parsed.rows; ++row) order[next[batchOf[row]]++] = row;
+  if (withPhases) {
+    // A phase that ends inside a batch may not come back in it.
+    const IDColumn& phases = parsed.ids[batchColumn + 1];
+    std::unordered_map<std::string_view, std::size_t> ended;  // phase -> batch it ended in
+    for (std::size_t i = 1; i < order.size(); ++i) {
+      const std::size_t row = order[i];
+      const std::size_t before = order[i - 1];
+      if (batchOf[row] != batchOf[before]) continue;
+      const std::string_view phase = phases.Get(row);
+      if (phase == phases.Get(before)) continue;
+      ended[phases.Get(before)] = batchOf[before] + 1;
+      const auto back = ended.find(phase);
+      if (back != ended.end() && back->second == batchOf[row] + 1) {
+        throw NCError(ExceptionMessage::translate(
+                          "{1}, line {2}: phase \"{3}\" of batch \"{4}\" starts again after "
+                          "another phase; the rows of a phase must follow each other.") %
+                      source % LineOfRow(text, source, options.separator, row) %
+                      std::string(phase) % batches[batchOf[row]]);
+      }
+    }
+  }
+  std::vector<std::size_t> batchOfRow(parsed.rows);
+  for (std::size_t i = 0; i < order.size(); ++i) batchOfRow[i] = batchOf[order[i]];
+  if (!grouped) ReorderRows(parsed, order);
+  return batchOfRow;
+}
+
 // Primary IDs made unique as `VarObs::GetUniquePrimaryID` makes them against a lookup that
 // receives every new record: `wanted` when free, else the first free of wanted_1, wanted_2,
 // ... (ignoring case). The suffix tried first for a name is the one after the last given to
@@ -286,11 +392,28 @@ class UniqueNamer {
 
 // The primary ID each row asks for: its text in the first ID column, or its row number when
 // that is empty or there is none.
-std::vector<std::string> WantedPrimaryIDs(const ParsedFile& parsed) {
+std::vector<std::string> WantedPrimaryIDs(const ParsedFile& parsed, bool fromColumn) {
   std::vector<std::string> wanted(parsed.rows);
   for (std::size_t row = 0; row < parsed.rows; ++row) {
-    if (!parsed.ids.empty()) wanted[row] = parsed.ids[0].Get(row);
+    if (fromColumn) wanted[row] = parsed.ids[0].Get(row);
     if (wanted[row].empty()) wanted[row] = std::to_string(row + 1);
+  }
+  return wanted;
+}
+
+// Without an ID column the rows of a batch file are named by their batch and their position
+// in it, zero-padded to at least three digits: B07_012.
+std::vector<std::string> BatchPrimaryIDs(const std::vector<std::size_t>& batchOfRow,
+                                         const std::vector<std::string>& batches) {
+  std::vector<std::size_t> sizes(batches.size(), 0);
+  for (const std::size_t b : batchOfRow) ++sizes[b];
+  std::size_t longest = 0;
+  for (const std::size_t size : sizes) longest = std::max(longest, size);
+  std::vector<std::string> wanted(batchOfRow.size());
+  std::size_t position = 0;
+  for (std::size_t row = 0; row < batchOfRow.size(); ++row) {
+    position = row > 0 && batchOfRow[row] == batchOfRow[row - 1] ? position + 1 : 1;
+    wanted[row] = CsvImport::BatchRowID(batches[batchOfRow[row]], position, longest);
   }
   return wanted;
 }
@@ -322,11 +445,15 @@ bool AreAllFree(const std::vector<std::string>& wanted, const InfosByUserID& exi
 // What an import has added to the project, taken out again unless the import completes.
 class ProjectUndo {
  public:
-  ProjectUndo(NCVariables& variables, NCObservations& observations)
-      : mVariables(variables),
-        mObservations(observations),
-        mVariablesDirty(variables.IsDirty()),
-        mObservationsDirty(observations.IsDirty()) {}
+  explicit ProjectUndo(NCProjectBase& project)
+      : mProject(project),
+        mVariables(project.GetVariables()),
+        mObservations(project.GetObservations()),
+        mSettings(project.GetBatchImportSettings()),
+        mBatchSeries(mObservations.GetBatchIDRaw()),
+        mPhaseSeries(mObservations.GetPhaseIDRaw()),
+        mVariablesDirty(mVariables.IsDirty()),
+        mObservationsDirty(mObservations.IsDirty()) {}
   ~ProjectUndo() {
     if (mDone) return;
     try {
@@ -335,6 +462,9 @@ class ProjectUndo {
       for (auto label = mSeries.rbegin(); label != mSeries.rend(); ++label) {
         mObservations.RemoveSecondaryID(label->c_str());
       }
+      mObservations.SetBatchID(mBatchSeries);
+      mObservations.SetPhaseID(mPhaseSeries);
+      mProject.SetBatchImportSettings(mSettings);
       mVariables.SetIsDirty(mVariablesDirty);
       mObservations.SetIsDirty(mObservationsDirty);
     } catch (...) {
@@ -350,8 +480,12 @@ class ProjectUndo {
   void Done() { mDone = true; }
 
  private:
+  NCProjectBase& mProject;
   NCVariables& mVariables;
   NCObservations& mObservations;
+  BatchImportSettings mSettings;
+  int mBatchSeries;
+  int mPhaseSeries;
   bool mVariablesDirty;
   bool mObservationsDirty;
   NCIntegralVector<unsigned long, 0> mVariableIDs;
@@ -402,15 +536,42 @@ int DataSetNumber(const NCProjectBase& project, int wanted) {
   throw NCError(ExceptionMessage::translate("The project refused the new dataset \"{1}\".") % name);
 }
 
+// The rows of a batch file: the batch of each row and the batch names, or nothing.
+struct BatchRows {
+  std::vector<std::size_t> batchOfRow;
+  std::vector<std::string> batches;
+};
+
+// Refuses a batch import into a project whose batches are named in another series.
+void CheckBatchSeries(const NCObservations& observations, const CsvImportOptions& options) {
+  const auto check = [&observations](int series, const std::string& column) {
+    if (series < 1 || column.empty()) return;
+    const std::string label = observations.GetIDLabelRaw(series);
+    if (label != column) {
+      throw NCError(ExceptionMessage::translate(
+                        "The project names batches and phases in the ID series \"{1}\", not "
+                        "\"{2}\": name that column, or import into another project.") %
+                    label % column);
+    }
+  };
+  check(observations.GetBatchIDRaw(), options.batchColumn);
+  check(observations.GetPhaseIDRaw(), options.phaseColumn);
+}
+
 boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& project,
                                     ParsedFile& parsed, const std::string& name, int number,
-                                    const std::string& importLog) {
+                                    const std::string& importLog, const CsvImportOptions& options,
+                                    const BatchRows& batchRows) {
   NCVariables& variables = project->GetVariables();
   NCObservations& observations = project->GetObservations();
-  ProjectUndo undo(variables, observations);
+  const bool isBatch = !options.batchColumn.empty();
+  if (isBatch) CheckBatchSeries(observations, options);
+  ProjectUndo undo(*project);
 
+  // Every ID column keeps its header as the label of a series, the first one too: the primary
+  // series has a fixed label, and the primary IDs may be made unique.
   std::vector<int> obsAliases{1};
-  for (std::size_t k = 1; k < parsed.ids.size(); ++k) {
+  for (std::size_t k = 0; k < parsed.ids.size(); ++k) {
     obsAliases.push_back(SeriesFor(observations, parsed.ids[k].header, undo));
   }
   std::size_t seriesCount = 1;
@@ -438,7 +599,9 @@ boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& proj
   VarObsInfoVector<ObservationInfo> infos;
   infos.reserve(parsed.rows);
   {
-    std::vector<std::string> wanted = WantedPrimaryIDs(parsed);
+    std::vector<std::string> wanted = isBatch && options.idColumns.empty()
+                                          ? BatchPrimaryIDs(batchRows.batchOfRow, batchRows.batches)
+                                          : WantedPrimaryIDs(parsed, !options.idColumns.empty());
     const boost::shared_ptr<InfosByUserID> lookup = observations.GetInfosByUserID(1);
     // Mostly every wanted ID is free: then they are taken as they are, and the records need
     // not enter the lookup one by one (the container builds it anew when asked).
@@ -450,8 +613,8 @@ boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& proj
     for (std::size_t row = 0; row < parsed.rows; ++row) {
       progress.SetValue(static_cast<float>(row));
       ids[0] = allFree ? std::move(wanted[row]) : names.Make(wanted[row]);
-      for (std::size_t k = 1; k < parsed.ids.size(); ++k) {
-        ids[static_cast<std::size_t>(obsAliases[k] - 1)] = parsed.ids[k].Get(row);
+      for (std::size_t k = 0; k < parsed.ids.size(); ++k) {
+        ids[static_cast<std::size_t>(obsAliases[k + 1] - 1)] = parsed.ids[k].Get(row);
       }
       const unsigned long id = project->CreateUniqueID();
       infos.push_back(observations.Add(std::make_unique<ObservationInfo>(ids, id),
@@ -470,6 +633,11 @@ boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& proj
   const boost::shared_ptr<NCDataSet> dataSet = NCDataSet::Create(
       project, name.c_str(), number, std::move(parsed.values), std::move(infos), &varIDs,
       obsAliases, std::vector<int>{1}, importLog.c_str(), nullptr, nullptr);
+  if (isBatch) {
+    const std::size_t batchColumn = options.idColumns.size();
+    const int phaseSeries = options.phaseColumn.empty() ? 0 : obsAliases[batchColumn + 2];
+    BatchUtilities::MakeBatchDataSet(*dataSet, obsAliases[batchColumn + 1], phaseSeries);
+  }
   if (!project->SaveDataSet(dataSet)) ThrowRefused(name);
   undo.Done();
   return dataSet;
@@ -477,6 +645,17 @@ boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& proj
 
 }  // namespace
 }  // namespace detail
+
+std::string CsvImport::BatchRowID(const std::string& batch, std::size_t position,
+                                  std::size_t longest) {
+  const std::size_t width = std::max<std::size_t>(3, std::to_string(longest).size());
+  const std::string digits = std::to_string(position);
+  std::string id;
+  id.reserve(batch.size() + 1 + std::max(width, digits.size()));
+  id.append(batch).append(1, '_');
+  if (digits.size() < width) id.append(width - digits.size(), '0');
+  return id.append(digits);
+}
 
 boost::shared_ptr<NCDataSet> CsvImport::ImportFile(const boost::shared_ptr<NCProjectBase>& project,
                                                    const std::string& path,
@@ -494,13 +673,20 @@ boost::shared_ptr<NCDataSet> CsvImport::ImportText(const boost::shared_ptr<NCPro
   CheckCsvCharacters(options.separator, options.decimal);
   const int number = detail::DataSetNumber(*project, options.number);
   detail::ParsedFile parsed = detail::Parse(text, sourceName, options);
+  detail::BatchRows batchRows;
+  if (!options.batchColumn.empty()) {
+    batchRows.batchOfRow =
+        detail::GroupBatches(parsed, text, sourceName, options, batchRows.batches);
+  } else if (!options.phaseColumn.empty()) {
+    throw NCError(ExceptionMessage::translate("A phase column needs a batch column."));
+  }
   const std::string name =
       !options.name.empty() ? options.name : std::filesystem::path(sourceName).stem().string();
   const std::string log =
       (boost::format(NCMessages::Translate("Imported from %1%: %2% observations, %3% variables.")) %
        sourceName % parsed.rows % parsed.columns.size())
           .str();
-  return detail::Commit(project, parsed, name, number, log);
+  return detail::Commit(project, parsed, name, number, log, options, batchRows);
 }
 
 }  // namespace ncds::tool

@@ -8,9 +8,10 @@
 // observation container makes them (wanted, wanted_1, wanted_2, ... ignoring case; an empty
 // primary ID becomes the row number first), the others secondary IDs in the project's
 // observation series of the same label, which is added when the project has none. Without
-// ID columns the primary IDs are the row numbers. Every other column becomes a new variable
-// of the project named by its header (made unique among the project's variables the same
-// way; an empty header gives the default variable name), of the kind its cells decide (see
+// ID columns the primary IDs are the row numbers. Every ID column also keeps its values in a
+// series labelled by its header, so that an export can name it again. Every other column becomes a
+// new variable of the project named by its header (made unique among the project's variables the
+// same way; an empty header gives the default variable name), of the kind its cells decide (see
 // `CsvColumn`): quantitative, qualitative or date-time. Cells are trimmed of blanks; empty
 // cells and the missing texts are missing values.
 //
@@ -43,6 +44,11 @@ boost::shared_ptr<NCDataSet> ImportFile(const boost::shared_ptr<NCProjectBase>& 
 boost::shared_ptr<NCDataSet> ImportText(const boost::shared_ptr<NCProjectBase>& project,
                                         std::string_view text, const std::string& sourceName,
                                         const CsvImportOptions& options);
+
+// The primary ID that a batch import without an ID column gives the row at 1-based
+// `position` of `batch` when the longest batch has `longest` rows: the batch name, '_' and
+// the position zero-padded to at least three digits (B07_012).
+std::string BatchRowID(const std::string& batch, std::size_t position, std::size_t longest);
 
 }  // namespace ncds::tool::CsvImport
 

@@ -22,6 +22,10 @@ struct CsvImportOptions {
   std::vector<std::string> missingTexts;
   // The dataset's number in the project; 0: the lowest number not in use.
   int number = 0;
+  // Header names of the columns that hold each row's batch and phase (empty: none). With a
+  // batch column the dataset is a batch dataset.
+  std::string batchColumn;
+  std::string phaseColumn;
 };
 
 struct CsvExportOptions {

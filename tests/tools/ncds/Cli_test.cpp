@@ -101,7 +101,8 @@ TEST(Cli, ImportListShowExportReimportKeepsTheDataset) {
       << o.out;
   EXPECT_NE(o.out.find("Start     date-time"), std::string::npos) << o.out;
   EXPECT_NE(o.out.find("Temp      quantitative  X"), std::string::npos) << o.out;
-  EXPECT_NE(o.out.find("\na2          g2     2024-03-06\n"), std::string::npos) << o.out;
+  // The ID column's header names its series; the primary IDs equal it and are not repeated.
+  EXPECT_NE(o.out.find("\na2     g2     2024-03-06\n"), std::string::npos) << o.out;
   EXPECT_EQ(o.out.find("a3"), std::string::npos) << o.out;
   // By number, rows 0: no table of values.
   o = RunNcds({"show", project.path(), "2", "--rows", "0"});
@@ -111,16 +112,16 @@ TEST(Cli, ImportListShowExportReimportKeepsTheDataset) {
 
   const Outcome toStdout = RunNcds({"export", project.path(), "1"});
   ASSERT_EQ(toStdout.code, 0) << toStdout.err;
-  EXPECT_EQ(toStdout.out.substr(0, toStdout.out.find('\n')), "Primary ID,Grade,Start,Temp");
+  EXPECT_EQ(toStdout.out.substr(0, toStdout.out.find('\n')), "ObsID,Grade,Start,Temp");
   EXPECT_NE(toStdout.out.find("a2,g2,2024-03-06,\n"), std::string::npos) << toStdout.out;
   o = RunNcds({"export", project.path(), "first", "-o", exported.path()});
   ASSERT_EQ(o.code, 0) << o.err;
   EXPECT_TRUE(o.out.empty());
-  EXPECT_NE(o.err.find("--id \"Primary ID\""), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find("import it with: --id ObsID\n"), std::string::npos) << o.err;
   EXPECT_EQ(ReadText(exported.path()), toStdout.out);
 
   // The exported file, imported with the suggested option, gives the same dataset back.
-  ASSERT_EQ(RunNcds({"import", exported.path(), again.path(), "--id", "Primary ID"}).code, 0);
+  ASSERT_EQ(RunNcds({"import", exported.path(), again.path(), "--id", "ObsID"}).code, 0);
   o = RunNcds({"export", again.path(), "1"});
   ASSERT_EQ(o.code, 0) << o.err;
   EXPECT_EQ(o.out, toStdout.out);
@@ -197,12 +198,156 @@ TEST(Cli, FailuresLeaveTheProjectAsItWas) {
   EXPECT_EQ(Listing(project.path()), before);
 }
 
+// Rows of three batches, not grouped by batch in the file.
+const char kBatchData[] =
+    "Time,Batch,Phase,Temp\n"
+    "0,B1,Growth,30\n"
+    "0,B2,Growth,31\n"
+    "1,B1,Growth,32\n"
+    "2,B1,Feed,33\n"
+    "1,B2,Feed,34\n"
+    "0,B3,Growth,35\n"
+    "3,B1,Feed,36\n";
+
+TEST(Cli, BatchDatasetsImportEditExportAndImportAgain) {
+  const ncds::test::TempFile data("cli_batch.csv");
+  const ncds::test::TempFile project("cli_batch.ncds");
+  const ncds::test::TempFile exported("cli_batch_export.csv");
+  const ncds::test::TempFile again("cli_batch_again.ncds");
+  WriteText(data.path(), kBatchData);
+  Outcome o = RunNcds({"import", data.path(), project.path(), "--batch", "Batch", "--phase",
+                       "Phase", "--name", "runs"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find("7 observations, 2 variables"), std::string::npos) << o.out;
+
+  o = RunNcds({"batches", project.path(), "runs"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out,
+            "Batch  Included  Observations  Phases\n"
+            "B1     yes       4             Growth 2, Feed 2\n"
+            "B2     yes       2             Growth 1, Feed 1\n"
+            "B3     yes       1             Growth 1\n");
+  o = RunNcds({"show", project.path(), "runs", "--rows", "3"});
+  EXPECT_NE(o.out.find("batch, 3 batches, 2 phases."), std::string::npos) << o.out;
+  // Grouped by batch, named by batch and position.
+  EXPECT_NE(o.out.find("B1     Growth  1     32"), std::string::npos) << o.out;
+  EXPECT_EQ(NCProjectFile::Open(project.path(), false)
+                ->LoadDataSet(1)
+                ->GetObservationInfo(5)
+                ->GetUserID(1),
+            "B2_001");
+
+  // Refusals change nothing.
+  const std::string before = Listing(project.path());
+  ExpectOneLineError(RunNcds({"delete-batches", project.path(), "runs", "--batch", "b1"}), 1,
+                     "has no batch \"b1\"");
+  ExpectOneLineError(
+      RunNcds({"delete-batches", project.path(), "runs", "--phase", "Feed", "--in", "B3"}), 1,
+      "Batch \"B3\" has no phase \"Feed\".");
+  ExpectOneLineError(RunNcds({"delete-batches", project.path(), "runs", "--batch", "B1", "--batch",
+                              "B2", "--phase", "Growth", "--in", "B3"}),
+                     1, "every batch");
+  ExpectOneLineError(RunNcds({"rename-phase", project.path(), "runs", "Lag", "X"}), 1,
+                     "has no phase \"Lag\"");
+  EXPECT_EQ(RunNcds({"delete-batches", project.path(), "runs", "--in", "B1"}).code, 2);
+  EXPECT_EQ(Listing(project.path()), before);
+
+  o = RunNcds(
+      {"delete-batches", project.path(), "runs", "--batch", "B3", "--phase", "Feed", "--in", "B1"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out,
+            "Phase Feed in batch B1 was deleted.\nBatch B3 was deleted.\n"
+            "Dataset 1 \"runs\": 4 observations, 2 batches, 2 phases.\n");
+  o = RunNcds({"rename-phase", project.path(), "runs", "Growth", "Grow"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out,
+            "Phase Growth was renamed Grow.\nDataset 1 \"runs\": 4 observations, 2 batches, "
+            "2 phases.\n");
+  // Renaming onto another phase merges the two.
+  o = RunNcds({"rename-phase", project.path(), "runs", "Feed", "Grow"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find("2 batches, 1 phases."), std::string::npos) << o.out;
+  EXPECT_EQ(RunNcds({"batches", project.path(), "1"}).out,
+            "Batch  Included  Observations  Phases\n"
+            "B1     yes       2             Grow 2\n"
+            "B2     yes       2             Grow 2\n");
+
+  o = RunNcds({"export", project.path(), "runs", "-o", exported.path()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.err.find("import it with: --batch Batch --phase Phase\n"), std::string::npos)
+      << o.err;
+  EXPECT_EQ(ReadText(exported.path()),
+            "Batch,Phase,Time,Temp\nB1,Grow,0,30\nB1,Grow,1,32\nB2,Grow,0,31\nB2,Grow,1,34\n");
+  ASSERT_EQ(
+      RunNcds({"import", exported.path(), again.path(), "--batch", "Batch", "--phase", "Phase"})
+          .code,
+      0);
+  EXPECT_EQ(RunNcds({"export", again.path(), "1"}).out, ReadText(exported.path()));
+  EXPECT_EQ(RunNcds({"batches", again.path(), "1"}).out,
+            RunNcds({"batches", project.path(), "1"}).out);
+}
+
+TEST(Cli, RowsWhoseRecordsAreGoneArePointedOutAndDropped) {
+  const ncds::test::TempFile data("cli_lost.csv");
+  const ncds::test::TempFile project("cli_lost.ncds");
+  WriteText(data.path(), kBatchData);
+  ASSERT_EQ(
+      RunNcds({"import", data.path(), project.path(), "--batch", "Batch", "--phase", "Phase"}).code,
+      0);
+  {
+    // Another program deletes two observation records of the first batch.
+    const auto file = NCProjectFile::Open(project.path(), false);
+    const auto dataSet = file->LoadDataSet(1);
+    NCIntegralVector<unsigned long, 0> gone;
+    gone.push_back(dataSet->GetObservationIDs()[1]);
+    gone.push_back(dataSet->GetObservationIDs()[2]);
+    file->GetObservations().DeleteVarObsInfos(gone);
+    file->SaveMetadata();
+  }
+  Outcome o = RunNcds({"show", project.path(), "1", "--rows", "0"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.err.find("2 observations of dataset 1 have lost their records"), std::string::npos)
+      << o.err;
+  o = RunNcds({"drop-lost", project.path(), "1"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out,
+            "Removed 2 observations without a record.\nDataset 1 \"tmp_cli_lost\": 5 "
+            "observations, 3 batches, 2 phases.\n");
+  o = RunNcds({"batches", project.path(), "1"});
+  EXPECT_TRUE(o.err.empty()) << o.err;
+  EXPECT_NE(o.out.find("B1     yes       2             Growth 1, Feed 1"), std::string::npos)
+      << o.out;
+}
+
+TEST(Cli, BatchFilesThatCannotBeImported) {
+  const ncds::test::TempFile data("cli_bad_batch.csv");
+  const ncds::test::TempFile project("cli_bad_batch.ncds");
+  const auto refused = [&](const std::string& text, const std::string& message) {
+    WriteText(data.path(), text);
+    ExpectOneLineError(
+        RunNcds({"import", data.path(), project.path(), "--batch", "Batch", "--phase", "Phase"}), 1,
+        message);
+    EXPECT_FALSE(std::ifstream(project.path()).good());
+  };
+  refused("Batch,Phase,T\nB1,A,1\nB1,B,2\nB2,A,3\nB1,A,4\n",
+          "line 5: phase \"A\" of batch \"B1\" starts again after another phase");
+  refused("Batch,Phase,T\nB1,A,1\n,A,2\n", "line 3: the batch column \"Batch\" is empty.");
+  refused("Batch,Phase,T\nB1,A,1\nB1,,2\n", "line 3: the phase column \"Phase\" is empty.");
+  refused("Batch,T\nB1,1\n", "no column named \"Phase\"");
+  // One-row batches and names that differ only in case are batches of their own.
+  WriteText(data.path(), "Batch,Phase,T\nb1,A,1\nB1,A,2\nB2,A,3\n");
+  ASSERT_EQ(
+      RunNcds({"import", data.path(), project.path(), "--batch", "Batch", "--phase", "Phase"}).code,
+      0);
+  EXPECT_NE(RunNcds({"show", project.path(), "1"}).out.find("3 batches, 1 phases"),
+            std::string::npos);
+}
+
 TEST(Cli, EveryCommandExplainsItself) {
-  const std::vector<std::pair<std::string, std::string>> commands = {{"import", "--missing"},
-                                                                     {"list", "PROJECT"},
-                                                                     {"show", "--rows"},
-                                                                     {"export", "--output"},
-                                                                     {"delete", "DATASET"}};
+  const std::vector<std::pair<std::string, std::string>> commands = {
+      {"import", "--missing"},    {"list", "PROJECT"},    {"show", "--rows"},
+      {"export", "--output"},     {"delete", "DATASET"},  {"batches", "DATASET"},
+      {"delete-batches", "--in"}, {"rename-phase", "NEW"}};
   for (const auto& [command, option] : commands) {
     const Outcome o = RunNcds({command, "--help"});
     EXPECT_EQ(o.code, 0) << command;

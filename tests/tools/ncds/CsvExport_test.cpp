@@ -84,11 +84,20 @@ boost::shared_ptr<NCDataSet> MakeDataSet(const boost::shared_ptr<NCProject>& pro
 void ExpectSameDataSet(const NCDataSet& a, const NCDataSet& b) {
   ASSERT_EQ(a.SizeObservations(), b.SizeObservations());
   ASSERT_EQ(a.SizeVariables(), b.SizeVariables());
-  ASSERT_EQ(a.GetUsedObsAliases().size(), b.GetUsedObsAliases().size());
+  // The same primary IDs and the same ID columns, labels included.
+  const NCObservations& ao = a.GetProject()->GetObservations();
+  const NCObservations& bo = b.GetProject()->GetObservations();
+  const std::vector<int> as = CsvExport::ExportedSeries(a, ao);
+  const std::vector<int> bs = CsvExport::ExportedSeries(b, bo);
+  ASSERT_EQ(as.size(), bs.size());
+  for (std::size_t k = 0; k < as.size(); ++k) {
+    EXPECT_EQ(ao.GetIDLabelRaw(as[k]), bo.GetIDLabelRaw(bs[k]));
+  }
   for (int obs = 1; obs <= a.SizeObservations(); ++obs) {
-    for (std::size_t k = 0; k < a.GetUsedObsAliases().size(); ++k) {
-      ASSERT_EQ(a.GetObservationInfo(obs)->GetUserID(a.GetUsedObsAliases()[k]),
-                b.GetObservationInfo(obs)->GetUserID(b.GetUsedObsAliases()[k]));
+    ASSERT_EQ(a.GetObservationInfo(obs)->GetUserID(1), b.GetObservationInfo(obs)->GetUserID(1));
+    for (std::size_t k = 0; k < as.size(); ++k) {
+      ASSERT_EQ(a.GetObservationInfo(obs)->GetUserID(as[k]),
+                b.GetObservationInfo(obs)->GetUserID(bs[k]));
     }
   }
   for (int var = 1; var <= a.SizeVariables(); ++var) {
@@ -164,7 +173,7 @@ TEST(CsvExport, FieldsQuotingAndMissingValues) {
   ASSERT_TRUE(data->SetValue(2, 1, INFINITY, false, false, false));
   ASSERT_TRUE(data->SetValue(3, 2, FLT_MAX, false, false, false));
   EXPECT_EQ(CsvExport::ToText(*data, {}),
-            "Primary ID,v,l,d\na,,x,2024-03-05\nb,,p;q,\nc,-0.25,,2024-03-07\n");
+            "ID,v,l,d\na,,x,2024-03-05\nb,,p;q,\nc,-0.25,,2024-03-07\n");
 
   // A single ID column: an empty ID still makes a row.
   const auto single = NCDataSet::Create(project, 9);

@@ -162,8 +162,12 @@ TEST(CsvImport, IDSeriesAndUniqueNames) {
   EXPECT_EQ(PrimaryIDs(*data), (std::vector<std::string>{"a_1", "A_2", "a_1_1", "4", "b", "b_1"}));
   EXPECT_EQ(PrimaryIDs(*data, batchSeries),
             (std::vector<std::string>{"B1", "B2", "B2", "", "B3", "B3"}));
-  EXPECT_EQ(data->GetUsedObsAliases(), (std::vector<int>{1, batchSeries}));
-  EXPECT_EQ(data->GetObservationID(2, 2), "B2");
+  // The ID column keeps its values, as they were, in a series of its header's name.
+  EXPECT_EQ(data->GetUsedObsAliases(), (std::vector<int>{1, batchSeries - 1, batchSeries}));
+  EXPECT_EQ(project->GetObservations().GetIDLabelRaw(batchSeries - 1), "ID");
+  EXPECT_EQ(PrimaryIDs(*data, batchSeries - 1),
+            (std::vector<std::string>{"a", "A", "a_1", "", "b", "b"}));
+  EXPECT_EQ(data->GetObservationID(2, 3), "B2");
 
   // Exactly the names the container's own rule gives, one record after the other.
   const auto check = NCProject::Create();
@@ -280,7 +284,7 @@ TEST(CsvImport, AProjectThatRefusesKeepsWhatItHad) {
   const Snapshot before(*project);
   EXPECT_EQ(ImportError(project, text, options), "The project refused the new dataset \"data\".");
   ExpectUnchanged(before, *project);
-  EXPECT_EQ(project->GetObservations().SizeAliases(), 1);
+  EXPECT_EQ(project->GetObservations().SizeAliases(), 2);  // the first import's "ID"
 
   // Allowed again, the same import succeeds.
   project->SetChangeCheck(nullptr);

@@ -1,0 +1,220 @@
+#include "tools/ncds/BatchCommands.h"
+
+#include <boost/shared_ptr.hpp>
+#include <map>
+#include <ostream>
+#include <set>
+
+#include "ncds/batch/BatchInfo.h"
+#include "ncds/batch/BatchInfoVector.h"
+#include "ncds/batch/BatchUtilities.h"
+#include "ncds/batch/ClassInfo.h"
+#include "ncds/batch/ClassInfoVector.h"
+#include "ncds/batch/ConditionalDeleteBatchAndPhase.h"
+#include "ncds/dataset/DatasetComponents.h"
+#include "ncds/dataset/NCDataSet.h"
+#include "ncds/foundations/Exception.h"
+#include "ncds/foundations/ExceptionMessage.h"
+#include "ncds/foundations/Messages.h"
+#include "ncds/metadata/ObservationInfo.h"
+#include "tools/ncds/TextTable.h"
+
+namespace ncds::tool {
+namespace detail {
+namespace {
+
+void RequireBatches(const NCDataSet& dataSet) {
+  if (!dataSet.GetBatchInfoVector()) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} \"{2}\" is not a batch dataset.") %
+                  dataSet.GetNumber() % dataSet.GetName());
+  }
+}
+
+// The rows carry the phases' current names, which the deletion matches as original names.
+void StartFromCurrentNames(DatasetComponents& components) {
+  if (ClassInfoVector* phases = components.GetPhaseInfoVector()) {
+    for (const auto& phase : *phases) {
+      if (phase) phase->SetOriginalName(phase->GetPhaseName().c_str());
+    }
+  }
+}
+
+std::string Run(NCDataSet& dataSet, DatasetComponents& components) {
+  std::string log;
+  ConditionalDeleteBatchAndPhase(&components).UpdateDataAccordingToBatchAndPhaseInfo(&log);
+  if (!components.Apply(false)) {
+    throw NCError(ExceptionMessage::translate("The project refused the change to dataset {1}.") %
+                  dataSet.GetNumber());
+  }
+  return log;
+}
+
+[[noreturn]] void ThrowNoBatch(const NCDataSet& dataSet, const std::string& batch) {
+  throw NCError(ExceptionMessage::translate("Dataset {1} has no batch \"{2}\" (names are "
+                                            "case-sensitive; `ncds batches` lists them).") %
+                dataSet.GetNumber() % batch);
+}
+
+}  // namespace
+}  // namespace detail
+
+void BatchCommands::PrintBatches(const NCDataSet& dataSet, std::ostream& out) {
+  detail::RequireBatches(dataSet);
+  TextTable table;
+  table.AddRow({NCMessages::Translate("column header", "Batch"),
+                NCMessages::Translate("column header", "Included"),
+                NCMessages::Translate("column header", "Observations"),
+                NCMessages::Translate("column header", "Phases")});
+  for (const auto& batch : *dataSet.GetBatchInfoVector()) {
+    if (!batch) continue;
+    std::string phases;
+    if (const ClassInfoVector* own = batch->GetClassVector()) {
+      for (const auto& phase : *own) {
+        if (!phase) continue;
+        if (!phases.empty()) phases += ", ";
+        phases += phase->GetPhaseName() + ' ' + std::to_string(phase->GetNumObs());
+      }
+    }
+    table.AddRow({batch->GetBatchName(),
+                  batch->IsIncluded() ? NCMessages::Translate("yes") : NCMessages::Translate("no"),
+                  std::to_string(batch->GetNumObs(nullptr, true)), phases});
+  }
+  table.Print(out);
+}
+
+std::string BatchCommands::Describe(const NCDataSet& dataSet) {
+  const auto batches = dataSet.GetBatchInfoVector();
+  if (!batches) return std::string();
+  const auto phases = dataSet.GetPhaseInfoVector();
+  return (ExceptionMessage::translate("{1} batches, {2} phases") % batches->size() %
+          (phases ? phases->size() : 0))
+      .str();
+}
+
+std::string BatchCommands::DeleteBatches(NCDataSet& dataSet,
+                                         const std::vector<std::string>& batches,
+                                         const std::vector<PhaseChoice>& phases) {
+  detail::RequireBatches(dataSet);
+  DatasetComponents components(dataSet.shared_from_this());
+  detail::StartFromCurrentNames(components);
+  BatchInfoVector& vector = *components.GetBatchInfoVector();
+  for (const std::string& name : batches) {
+    const auto batch = BatchUtilities::FindBatch(&vector, name.c_str());
+    if (!batch) detail::ThrowNoBatch(dataSet, name);
+    batch->SetIncluded(false);
+  }
+  for (const PhaseChoice& choice : phases) {
+    if (!choice.batch.empty() && !BatchUtilities::FindBatch(&vector, choice.batch.c_str())) {
+      detail::ThrowNoBatch(dataSet, choice.batch);
+    }
+    bool found = false;
+    for (const auto& batch : vector) {
+      if (!batch || (!choice.batch.empty() && batch->GetBatchName() != choice.batch)) continue;
+      const auto phase =
+          BatchUtilities::FindPhase(batch->GetClassVector(), choice.phase.c_str(), false);
+      if (!phase) continue;
+      phase->SetIncluded(false);
+      found = true;
+    }
+    if (!found) {
+      throw NCError(choice.batch.empty()
+                        ? ExceptionMessage::translate("Dataset {1} has no phase \"{2}\".") %
+                              dataSet.GetNumber() % choice.phase
+                        : ExceptionMessage::translate("Batch \"{1}\" has no phase \"{2}\".") %
+                              choice.batch % choice.phase);
+    }
+  }
+  bool anyLeft = false;
+  for (const auto& batch : vector) {
+    anyLeft = anyLeft || (batch && batch->IsIncluded() &&
+                          (!batch->GetClassVector() || batch->GetNumObs(nullptr, false) > 0));
+  }
+  if (!anyLeft) {
+    throw NCError(ExceptionMessage::translate(
+                      "That would delete every batch of dataset {1}; delete the dataset "
+                      "instead (`ncds delete`).") %
+                  dataSet.GetNumber());
+  }
+  return detail::Run(dataSet, components);
+}
+
+int BatchCommands::CountRowsWithoutRecord(const NCDataSet& dataSet) {
+  int lost = 0;
+  for (const ObservationInfo* row : dataSet.GetObservationInfoVector()) lost += row ? 0 : 1;
+  return lost;
+}
+
+int BatchCommands::DropRowsWithoutRecord(NCDataSet& dataSet) {
+  DatasetComponents components(dataSet.shared_from_this());
+  const VarObsInfoVector<ObservationInfo>& rows = components.GetObservationInfos();
+  const int size = static_cast<int>(rows.size());
+  int dropped = 0;
+  int position = 1;
+  // Marks the rows without a record among the next `count` rows; returns how many.
+  const auto drop = [&](int count) {
+    int lost = 0;
+    for (int k = 0; k < count && position <= size; ++k, ++position) {
+      if (rows[static_cast<std::size_t>(position - 1)]) continue;
+      components.RemoveObservations(position, 1);
+      ++lost;
+    }
+    dropped += lost;
+    return lost;
+  };
+  if (BatchInfoVector* batches = components.GetBatchInfoVector()) {
+    // The lost rows leave the counts of their batch and phase.
+    for (const auto& batch : *batches) {
+      if (!batch) continue;
+      if (ClassInfoVector* phases = batch->GetClassVector()) {
+        for (const auto& phase : *phases) {
+          if (phase) phase->SetNumObs(phase->GetNumObs() - drop(phase->GetNumObs()));
+        }
+        batch->SetNumObs(batch->GetNumObs(nullptr, true));
+      } else {
+        const int count = batch->GetNumObs(nullptr, true);
+        batch->SetNumObs(count - drop(count));
+      }
+    }
+  } else {
+    drop(size);
+  }
+  if (dropped > 0) detail::Run(dataSet, components);
+  return dropped;
+}
+
+std::string BatchCommands::RenamePhase(NCDataSet& dataSet, const std::string& from,
+                                       const std::string& to) {
+  detail::RequireBatches(dataSet);
+  if (to.empty()) throw NCError(ExceptionMessage::translate("A phase name cannot be empty."));
+  DatasetComponents components(dataSet.shared_from_this());
+  detail::StartFromCurrentNames(components);
+  ClassInfoVector* phases = components.GetPhaseInfoVector();
+  const auto phase = BatchUtilities::FindPhase(phases, from.c_str(), false);
+  if (!phase) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} has no phase \"{2}\".") %
+                  dataSet.GetNumber() % from);
+  }
+  // Each batch must still hold one run per phase name.
+  for (const auto& batch : *components.GetBatchInfoVector()) {
+    const ClassInfoVector* own = batch ? batch->GetClassVector() : nullptr;
+    if (!own) continue;
+    std::set<std::string> seen;
+    std::string last;
+    for (const auto& record : *own) {
+      if (!record) continue;
+      const std::string name = record->GetPhaseName() == from ? to : record->GetPhaseName();
+      if (name == last) continue;
+      if (!seen.insert(name).second) {
+        throw NCError(ExceptionMessage::translate(
+                          "Renaming phase \"{1}\" to \"{2}\" would split phase \"{2}\" in batch "
+                          "\"{3}\": the rows of a phase must follow each other.") %
+                      from % to % batch->GetBatchName());
+      }
+      last = name;
+    }
+  }
+  phase->SetPhaseName(to.c_str());
+  return detail::Run(dataSet, components);
+}
+
+}  // namespace ncds::tool

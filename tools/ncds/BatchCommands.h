@@ -1,0 +1,46 @@
+#ifndef NCDS_TOOLS_NCDS_BATCHCOMMANDS_H
+#define NCDS_TOOLS_NCDS_BATCHCOMMANDS_H
+
+// What the tool's batch commands do to a loaded batch dataset: list its batches, delete
+// batches and phases, rename phases; and removing the rows of any dataset whose observation
+// records are gone. Edits run through the library's deletion of batches and
+// phases and are all or nothing: names that do not exist, or an edit that would leave the
+// dataset without batches, throw `NCError` naming what is wrong before anything changes.
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+class NCDataSet;
+
+namespace ncds::tool::BatchCommands {
+
+// A phase to delete: in every batch that has it, or only in batch `batch`.
+struct PhaseChoice {
+  std::string phase;
+  std::string batch;  // empty: every batch
+};
+
+// One line per batch: name, included, observations, and its phases with their counts.
+void PrintBatches(const NCDataSet& dataSet, std::ostream& out);
+// "N batches, M phases" for the dataset's summary line; empty for an ordinary dataset.
+std::string Describe(const NCDataSet& dataSet);
+
+// Deletes the named batches and phases; returns the log of what was done. The dataset must
+// still be saved. Throws `NCError` for a dataset without batches, an unknown batch or phase,
+// a refused change, or when every batch would go.
+std::string DeleteBatches(NCDataSet& dataSet, const std::vector<std::string>& batches,
+                          const std::vector<PhaseChoice>& phases);
+// Removes the rows whose observation records are gone from the project (the batch and phase
+// counts follow); returns how many. Throws `NCError` when the project refuses the change.
+int DropRowsWithoutRecord(NCDataSet& dataSet);
+// The number of rows whose observation records are gone from the project.
+int CountRowsWithoutRecord(const NCDataSet& dataSet);
+
+// Renames phase `from` to `to`; when a phase `to` exists the two become one. Throws `NCError`
+// for an unknown phase or when a batch would then hold two runs of one phase.
+std::string RenamePhase(NCDataSet& dataSet, const std::string& from, const std::string& to);
+
+}  // namespace ncds::tool::BatchCommands
+
+#endif  // NCDS_TOOLS_NCDS_BATCHCOMMANDS_H
