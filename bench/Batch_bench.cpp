@@ -5,8 +5,9 @@
 // x 100 matrix, dropping 1,000 batches).
 //
 // Batch import reads a 200,000 x 50 CSV file like `peers.py csv`'s with a batch column (1,000
-// batches of 200 rows) and a phase column added, once as a batch dataset and once as a plain
-// dataset whose batch and phase columns are qualitative variables: the figure is their ratio.
+// batches of 200 rows) and a phase column added into a new project file, as `ncds import`
+// does, once as a batch dataset and once as a plain dataset whose batch and phase columns are
+// qualitative variables: the figure is their ratio.
 
 #include <benchmark/benchmark.h>
 
@@ -73,6 +74,18 @@ void BM_CreateBatchInfoVector(benchmark::State& state) {
 }
 BENCHMARK(BM_CreateBatchInfoVector)->Apply(ncds::bench::Repeated);
 
+// The runs alone: the search part of building the structure.
+void BM_BatchAndPhaseRuns(benchmark::State& state) {
+  const BatchRows& rows = Rows();
+  for (auto _ : state) {
+    const auto starts =
+        BatchUtilities::GetRunStarts(rows.project->GetObservations(), rows.rows, true);
+    if (starts.size() != static_cast<std::size_t>(3 * kBatches)) state.SkipWithError("shape");
+  }
+  state.SetItemsProcessed(state.iterations() * kRows);
+}
+BENCHMARK(BM_BatchAndPhaseRuns)->Apply(ncds::bench::Repeated);
+
 void BM_DeleteBatches(benchmark::State& state) {
   constexpr int kVariables = 100;
   constexpr int kDeleted = 1000;
@@ -92,11 +105,13 @@ void BM_DeleteBatches(benchmark::State& state) {
   for (int b = 0; b < kBatches; ++b) gone[static_cast<std::size_t>(b)] = b;
   std::shuffle(gone.begin(), gone.end(), std::mt19937(9));
   gone.resize(kDeleted);
+  boost::shared_ptr<NCDataSet> dataSet;
   for (auto _ : state) {
     state.PauseTiming();
-    const auto dataSet = NCDataSet::Create(rows.project, "runs", 1, &values,
-                                           VarObsInfoVector<ObservationInfo>(rows.rows), &columns,
-                                           {1}, {1}, nullptr, nullptr, nullptr);
+    dataSet.reset();  // the last iteration's, freed untimed
+    dataSet = NCDataSet::Create(rows.project, "runs", 1, &values,
+                                VarObsInfoVector<ObservationInfo>(rows.rows), &columns, {1}, {1},
+                                nullptr, nullptr, nullptr);
     BatchUtilities::MakeBatchDataSet(*dataSet, 2, 3);
     state.ResumeTiming();
     DatasetComponents components(dataSet);
@@ -106,7 +121,6 @@ void BM_DeleteBatches(benchmark::State& state) {
     if (!components.Apply(false) || dataSet->SizeObservations() != kRows - kDeleted * kPerBatch) {
       state.SkipWithError("delete");
     }
-    state.PauseTiming();
   }
 }
 BENCHMARK(BM_DeleteBatches)->Apply(ncds::bench::Repeated);
@@ -146,12 +160,16 @@ void ImportBatchCsv(benchmark::State& state, bool asBatches) {
     options.batchColumn = "Batch";
     options.phaseColumn = "Phase";
   }
-  boost::shared_ptr<NCProject> project;
+  const std::string path = ncds::bench::ScratchPath("ncds_batch_bench.ncds");
   for (auto _ : state) {
-    project = NCProject::Create();
+    state.PauseTiming();
+    std::remove(path.c_str());
+    state.ResumeTiming();
+    const auto project = NCProjectFile::Open(path, true);
     const auto data = ncds::tool::CsvImport::ImportFile(project, BatchCsv(), options);
     if (data->SizeObservations() != 200000) state.SkipWithError("shape");
   }
+  std::remove(path.c_str());
 }
 
 void BM_CsvImportBatches(benchmark::State& state) { ImportBatchCsv(state, true); }

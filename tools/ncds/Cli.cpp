@@ -517,7 +517,7 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
       });
     }
     if (dropLost->parsed()) {
-      return detail::EditBatches(request, out, err, [&request](NCDataSet& dataSet) {
+      return detail::EditBatches(request, out, err, [](NCDataSet& dataSet) {
         return (ExceptionMessage::translate("Removed {1} observations without a record.\n") %
                 BatchCommands::DropRowsWithoutRecord(dataSet))
             .str();

@@ -1,7 +1,9 @@
 #include "ncds/batch/BatchUtilities.h"
 
 #include <algorithm>
+#include <boost/make_shared.hpp>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -23,6 +25,8 @@ namespace {
 constexpr float kMissing = -99.0F;
 // The first step of the galloping search: most runs are longer than a few rows.
 constexpr int kFirstStep = 32;
+// How many phase names the search remembers the last run length of.
+constexpr std::size_t kRememberedLengths = 16;
 
 // The rows as records, whichever way the caller holds them.
 class RecordRows {
@@ -112,13 +116,35 @@ std::vector<int> RunStarts(const NCObservations& observations, const RowSource& 
                            bool orPhase) {
   std::vector<int> starts;
   const int count = rows.size();
+  const Groups groups(observations, orPhase);
+  // Batches (and each phase) tend to have one length: the last length of a run of the same
+  // phase is tried first, which needs two rows rather than a search when it holds.
+  std::vector<std::pair<std::string_view, int>> lengths;  // few phases: a look along them
   for (int start = 1; start >= 1 && start <= count;) {
     starts.push_back(start);
-    if (!rows.at(start)) {
+    const ObservationInfo* first = rows.at(start);
+    if (!first) {
       ++start;  // a row without a record is a run of its own
       continue;
     }
-    start = FindNext(observations, rows, start, orPhase);
+    const std::string_view group = orPhase ? std::string_view(groups.Phase(*first)) : "";
+    auto known = std::find_if(lengths.begin(), lengths.end(),
+                              [group](const auto& entry) { return entry.first == group; });
+    int unknown = 0;  // beyond a handful of phase names no length is remembered
+    if (known == lengths.end() && lengths.size() < kRememberedLengths) {
+      known = lengths.insert(lengths.end(), {group, 0});
+    }
+    int& length = known == lengths.end() ? unknown : known->second;
+    const int end = start + length;  // the guessed start of the next run
+    int next = -1;
+    if (length > 0 && end - 1 <= count && groups.Same(*first, rows.at(end - 1)) &&
+        (end > count || !groups.Same(*first, rows.at(end)))) {
+      next = end > count ? -1 : end;
+    } else {
+      next = FindNext(observations, rows, start, orPhase);
+    }
+    length = (next < 0 ? count + 1 : next) - start;
+    start = next;
   }
   return starts;
 }
@@ -154,8 +180,7 @@ std::unique_ptr<ClassInfoVector> PhaseList(const NCObservations& observations,
     const ObservationInfo* row = rows.at(start);
     if (!row) continue;
     const std::string& name = groups.Phase(*row);
-    if (seen.insert(name).second)
-      phases->push_back(boost::shared_ptr<ClassInfo>(new ClassInfo(name)));
+    if (seen.insert(name).second) phases->push_back(boost::make_shared<ClassInfo>(name));
   }
   return phases;
 }
@@ -171,7 +196,6 @@ std::unique_ptr<BatchInfoVector> BatchList(const NCObservations& observations,
   starts.push_back(rows.size() + 1);
   // Runs of phases follow each other inside a batch; a batch ends where the batch name of
   // the next run differs.
-  std::unordered_map<std::string, std::size_t> phaseAt;
   for (std::size_t r = 0; r + 1 < starts.size();) {
     const ObservationInfo* const head = rows.at(starts[r]);
     std::size_t end = r + 1;
@@ -180,23 +204,24 @@ std::unique_ptr<BatchInfoVector> BatchList(const NCObservations& observations,
       if (!next || groups.Batch(*next) != groups.Batch(*head)) break;
       ++end;
     }
-    auto batch =
-        boost::shared_ptr<BatchInfo>(new BatchInfo(head ? groups.Batch(*head) : std::string()));
+    auto batch = boost::make_shared<BatchInfo>(head ? groups.Batch(*head) : std::string());
     batch->SetNumObs(starts[end] - starts[r]);
     if (withPhases) {
       auto phases = std::make_unique<ClassInfoVector>();
-      phaseAt.clear();
+      phases->reserve(end - r);
       for (std::size_t k = r; k < end; ++k) {
         const ObservationInfo* row = rows.at(starts[k]);
         const std::string& name = row ? groups.Phase(*row) : VxStdString::Empty();
         const int count = starts[k + 1] - starts[k];
-        const auto [at, added] = phaseAt.emplace(name, phases->size());
-        if (added) {
-          phases->push_back(boost::shared_ptr<ClassInfo>(new ClassInfo(name)));
+        // A batch has few phases: a look along them beats a table.
+        const auto same = std::find_if(phases->begin(), phases->end(), [&name](const auto& phase) {
+          return phase->GetPhaseName() == name;
+        });
+        if (same == phases->end()) {
+          phases->push_back(boost::make_shared<ClassInfo>(name));
           phases->back()->SetNumObs(count);
         } else {
-          ClassInfo& phase = *(*phases)[at->second];
-          phase.SetNumObs(phase.GetNumObs() + count);
+          (*same)->SetNumObs((*same)->GetNumObs() + count);
         }
       }
       batch->SetClassVectorPtr(phases.release());
