@@ -1,11 +1,11 @@
 // Feeds arbitrary bytes to the CSV reader and to CSV import into a fresh project. The first
-// byte chooses the separator, the decimal character, the ID columns ("id", then "batch") and
-// the missing text "NA"; the rest is the file. Reading and importing give rows or a dataset,
-// or an `NCError`: no crash, no hang, no allocation beyond what the input's size justifies.
-// A failed import leaves the project empty. A dataset that imports is exported and imported
-// again into another project, which must give the same IDs, variables, levels and values
-// (floats bit for bit); date-time columns must stay date-times, their values are only as
-// exact as a float holds them.
+// byte chooses the separator, the decimal character, the ID columns ("id", then "batch"), the
+// missing text "NA" and the batch and phase columns ("batch", "phase"); the rest is the file.
+// Reading and importing give rows or a dataset, or an `NCError`: no crash, no hang, no allocation
+// beyond what the input's size justifies. A failed import leaves the project empty. A dataset that
+// imports is exported and imported again, with the options the tool prints, into another project,
+// which must give the same IDs, batch structure, variables, levels and values (floats bit for bit);
+// date-time columns must stay date-times, their values are only as exact as a float holds them.
 
 #include <cstddef>
 #include <cstdint>
@@ -44,15 +44,22 @@ void Read(const std::string& text, char separator) {
   }
 }
 
+// The same primary IDs, the same ID columns (labels and IDs) and the same variables.
 void ExpectSame(const NCDataSet& a, const NCDataSet& b) {
   Check(a.SizeObservations() == b.SizeObservations() && a.SizeVariables() == b.SizeVariables());
-  const std::vector<int>& aliasesA = a.GetUsedObsAliases();
-  const std::vector<int>& aliasesB = b.GetUsedObsAliases();
-  Check(aliasesA.size() == aliasesB.size());
+  const NCObservations& ao = a.GetProject()->GetObservations();
+  const NCObservations& bo = b.GetProject()->GetObservations();
+  const std::vector<int> seriesA = ncds::tool::CsvExport::ExportedSeries(a, ao);
+  const std::vector<int> seriesB = ncds::tool::CsvExport::ExportedSeries(b, bo);
+  Check(seriesA.size() == seriesB.size());
+  for (std::size_t k = 0; k < seriesA.size(); ++k) {
+    Check(ao.GetIDLabelRaw(seriesA[k]) == bo.GetIDLabelRaw(seriesB[k]));
+  }
   for (int obs = 1; obs <= a.SizeObservations(); ++obs) {
-    for (std::size_t k = 0; k < aliasesA.size(); ++k) {
-      Check(a.GetObservationInfo(obs)->GetUserID(aliasesA[k]) ==
-            b.GetObservationInfo(obs)->GetUserID(aliasesB[k]));
+    Check(a.GetObservationInfo(obs)->GetUserID(1) == b.GetObservationInfo(obs)->GetUserID(1));
+    for (std::size_t k = 0; k < seriesA.size(); ++k) {
+      Check(a.GetObservationInfo(obs)->GetUserID(seriesA[k]) ==
+            b.GetObservationInfo(obs)->GetUserID(seriesB[k]));
     }
   }
   for (int var = 1; var <= a.SizeVariables(); ++var) {
@@ -85,6 +92,8 @@ void Import(const std::string& text, const CsvImportOptions& options) {
   } catch (const NCError&) {
     Check(project->GetVariables().empty() && project->GetObservations().empty());
     Check(project->GetDataSetNumbers().empty());
+    Check(project->GetObservations().SizeAliases() == 1 &&
+          !project->GetObservations().HasBatches());
     return;
   }
   Check(project->GetDataContainer(data->GetNumber()) == data);
@@ -93,15 +102,28 @@ void Import(const std::string& text, const CsvImportOptions& options) {
   CsvExportOptions exportOptions;
   exportOptions.separator = options.separator;
   exportOptions.decimal = options.decimal;
-  exportOptions.primaryIDHeader = options.idColumns.empty() ? "Primary ID" : options.idColumns[0];
   const std::string exported = ncds::tool::CsvExport::ToText(*data, exportOptions);
+  // The columns the export wrote, named as the tool tells its user to import them again.
+  const NCObservations& observations = project->GetObservations();
   CsvImportOptions again = options;
-  again.idColumns = {exportOptions.primaryIDHeader};
-  for (std::size_t k = 1; k < options.idColumns.size(); ++k) {
-    again.idColumns.push_back(options.idColumns[k]);
+  again.idColumns.clear();
+  again.batchColumn.clear();
+  again.phaseColumn.clear();
+  const bool isBatch = data->GetBatchInfoVector() != nullptr;
+  for (const int series : ncds::tool::CsvExport::ExportedSeries(*data, observations)) {
+    const std::string label = observations.GetIDLabelRaw(series);
+    if (isBatch && series == observations.GetBatchIDRaw()) {
+      again.batchColumn = label;
+    } else if (isBatch && series == observations.GetPhaseIDRaw()) {
+      again.phaseColumn = label;
+    } else {
+      again.idColumns.push_back(label);
+    }
   }
   const auto other = NCProject::Create();
-  ExpectSame(*data, *ncds::tool::CsvImport::ImportText(other, exported, "again.csv", again));
+  const auto copy = ncds::tool::CsvImport::ImportText(other, exported, "again.csv", again);
+  ExpectSame(*data, *copy);
+  if (isBatch) Check(*data->GetBatchInfoVector() == *copy->GetBatchInfoVector());
 }
 
 }  // namespace
@@ -116,6 +138,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (choice & 8) options.idColumns.push_back("id");
   if ((choice & 24) == 24) options.idColumns.push_back("batch");
   if (choice & 32) options.missingTexts.push_back("NA");
+  if (choice & 64) options.batchColumn = "batch";
+  if (choice & 128) options.phaseColumn = "phase";
   const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
   Read(text, options.separator);
   Import(text, options);

@@ -105,9 +105,13 @@ void DataSet(const std::string& bytes) {
   const NCDataMatrix<float>& data = dataSet->GetMatrix();
   if (data.SizeRows() != static_cast<std::size_t>(dataSet->SizeObservations()) ||
       data.SizeColumns() != static_cast<std::size_t>(dataSet->SizeVariables()) ||
-      dataSet->IsDirty() ||
-      dataSet->GetObservationIDs() != dataSet->GetObservationInfoVector().GetUniqueIDs()) {
+      dataSet->IsDirty()) {
     std::abort();
+  }
+  // Every row's ID is its record's; a row whose record the project lacks keeps its ID.
+  for (std::size_t i = 0; i < dataSet->GetObservationInfoVector().size(); ++i) {
+    const ObservationInfo* row = dataSet->GetObservationInfoVector()[i];
+    if (row && row->GetUniqueID() != dataSet->GetObservationIDs()[i]) std::abort();
   }
   NCIntegralVector<int, -99> rows;
   NCIntegralVector<int, -99> columns;

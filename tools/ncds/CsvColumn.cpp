@@ -225,6 +225,25 @@ void CsvColumn::FinishDateTimes(float* values) {
   mTimes.shrink_to_fit();
 }
 
+void CsvColumn::RenumberLevels(float* values, std::size_t rows) {
+  if (mKind != Kind::eQualitative) return;
+  // newCode[old code - 1]: 0 until the level is met.
+  std::vector<int> newCode(mLevels.size(), 0);
+  std::deque<std::string> levels;
+  for (std::size_t i = 0; i < rows; ++i) {
+    const float code = values[i];
+    if (!(code >= 1.0F) || code > static_cast<float>(mLevels.size())) continue;  // missing
+    int& renumbered = newCode[static_cast<std::size_t>(code) - 1];
+    if (renumbered == 0) {
+      levels.push_back(std::move(mLevels[static_cast<std::size_t>(code) - 1]));
+      renumbered = static_cast<int>(levels.size());
+    }
+    values[i] = static_cast<float>(renumbered);
+  }
+  mCodes.clear();  // its keys viewed the old levels
+  mLevels = std::move(levels);
+}
+
 std::vector<std::string> CsvColumn::TakeLevels() {
   std::vector<std::string> levels(std::make_move_iterator(mLevels.begin()),
                                   std::make_move_iterator(mLevels.end()));

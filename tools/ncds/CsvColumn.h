@@ -80,6 +80,10 @@ class CsvColumn {
   Kind GetKind() const { return mKind; }
   // The levels of a qualitative column in code order.
   std::vector<std::string> TakeLevels();
+  // After the rows were put in another order: renumbers the levels of a qualitative column in
+  // order of first appearance in its `rows` codes `values`, as reading the rows in that order
+  // would have numbered them. Other kinds are left alone.
+  void RenumberLevels(float* values, std::size_t rows);
   // The settings of a date-time column.
   const VxTimeUtl::SimpDateTime& GetOffset() const { return mOffset; }
   VxTimeUtl::ETimeAccuracy GetAccuracy() const { return mAccuracy; }

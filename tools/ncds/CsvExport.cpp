@@ -64,13 +64,17 @@ class BlockOutput {
   void Flush() {
     if (mUsed == 0) return;
     mOs.write(mBuffer.data(), static_cast<std::streamsize>(mUsed));
+    mFlushed += mUsed;
     mUsed = 0;
   }
+  // The bytes put so far.
+  std::size_t Total() const { return mFlushed + mUsed; }
 
  private:
   std::ostream& mOs;
   std::vector<char> mBuffer;
   std::size_t mUsed = 0;
+  std::size_t mFlushed = 0;
 };
 
 // Writes fields with the quoting they need.
@@ -92,7 +96,8 @@ class FieldWriter {
   void LineEnd() { mOut.Put('\n'); }
 
   void Text(std::string_view text) {
-    bool quote = false;
+    // A byte-order mark opening the file would be taken for the file's own: quoted, it is not.
+    bool quote = text.substr(0, 3) == "\xEF\xBB\xBF";
     for (const char c : text) {
       if (mNeedsQuotes[static_cast<unsigned char>(c)]) {
         quote = true;
@@ -283,19 +288,17 @@ void CsvExport::Write(const NCDataSet& dataSet, std::ostream& os, const CsvExpor
   for (std::size_t i = 0; i < rows; ++i) {
     progress.SetValue(static_cast<float>(i));
     const ObservationInfo* info = dataSet.GetObservationInfo(static_cast<int>(i + 1));
+    const std::size_t rowStart = out.Total();
     for (std::size_t k = 0; k < aliases.size(); ++k) {
       if (k > 0) writer.Separator();
-      const std::string_view id = info ? std::string_view(info->GetUserID(aliases[k])) : "";
-      if (width == 1 && id.empty()) {
-        out.Put("\"\"");  // a row of one empty field would read as an empty line: no row
-      } else {
-        writer.Text(id);
-      }
+      writer.Text(info ? std::string_view(info->GetUserID(aliases[k])) : "");
     }
     for (std::size_t j = 0; j < columns; ++j) {
       if (j > 0 || !aliases.empty()) writer.Separator();
       outputs[j].Write(i, writer);
     }
+    // A row of one empty field would read as an empty line, which is no row.
+    if (width == 1 && out.Total() == rowStart) out.Put("\"\"");
     writer.LineEnd();
   }
   out.Flush();

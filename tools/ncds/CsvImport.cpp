@@ -292,6 +292,9 @@ void ReorderRows(ParsedFile& parsed, const std::vector<std::size_t>& order) {
     for (std::size_t i = 0; i < order.size(); ++i) to[i] = from[order[i]];
   }
   parsed.values = std::move(values);
+  for (std::size_t k = 0; k < parsed.columns.size(); ++k) {
+    parsed.columns[k].RenumberLevels(parsed.values.ColumnData(k), parsed.rows);
+  }
   for (IDColumn& column : parsed.ids) {
     IDColumn reordered;
     reordered.header = column.header;
