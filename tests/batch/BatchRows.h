@@ -19,9 +19,11 @@ namespace ncds::test {
 struct BatchRows {
   using Row = std::pair<std::string, std::string>;
 
-  // `runs`: (batch, phase, count) runs of rows, in order.
+  // `runs`: (batch, phase, count) runs of rows, in order, in a new project or in `into`.
   explicit BatchRows(const std::vector<std::tuple<std::string, std::string, int>>& runs,
-                     bool withPhases = true) {
+                     bool withPhases = true,
+                     boost::shared_ptr<NCProject> into = NCProject::Create())
+      : project(std::move(into)) {
     NCObservations& observations = project->GetObservations();
     observations.AddSecondaryID("Batch");
     observations.AddSecondaryID("Phase");
@@ -61,7 +63,7 @@ struct BatchRows {
     return names;
   }
 
-  boost::shared_ptr<NCProject> project = NCProject::Create();
+  boost::shared_ptr<NCProject> project;
   boost::shared_ptr<NCDataSet> dataSet;
 };
 

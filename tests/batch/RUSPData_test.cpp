@@ -68,28 +68,11 @@ TEST(RUSPData, KeepsTheBatchesAndRowsOfEachDatasetAndReadsThemBack) {
 TEST(RUSPData, IsSavedWithTheProjectFile) {
   ncds::test::TempFile file("rusp.ncds");
   {
-    const auto project = NCProjectFile::Open(file.path(), true);
-    BatchRows rows({{"B1", "P1", 2}, {"B2", "P2", 1}});
-    // The rows' records must live in the file's project: move the dataset's definition over.
-    project->SetBatchImportSettings(rows.project->GetBatchImportSettings());
-    NCObservations& observations = project->GetObservations();
-    observations.AddSecondaryID("Batch");
-    observations.AddSecondaryID("Phase");
-    VarObsInfoVector<ObservationInfo> infos;
-    for (const ObservationInfo* row : rows.dataSet->GetObservationInfoVector()) {
-      infos.push_back(observations.Add(
-          std::make_unique<ObservationInfo>(row->GetUserIDs(), project->CreateUniqueID())));
-    }
-    NCIntegralVector<unsigned long, 0> columns;
-    columns.push_back(project->CreateUniqueID());
-    project->GetVariables().Add(std::make_unique<QuantitativeVariableInfo>("X", columns[0]));
-    const auto dataSet =
-        NCDataSet::Create(project, "b", 1, &rows.dataSet->GetMatrix(), std::move(infos), &columns,
-                          {1}, {1}, nullptr, nullptr, nullptr);
-    BatchUtilities::MakeBatchDataSet(*dataSet, 2, 3);
-    ASSERT_TRUE(project->SaveDataSet(dataSet));
-    project->GetRUSPData().Add(dataSet);
-    ASSERT_TRUE(project->SaveDataSet(dataSet));
+    const BatchRows rows({{"B1", "P1", 2}, {"B2", "P2", 1}}, true,
+                         NCProjectFile::Open(file.path(), true));
+    ASSERT_TRUE(rows.project->SaveDataSet(rows.dataSet));
+    rows.project->GetRUSPData().Add(rows.dataSet);
+    ASSERT_TRUE(rows.project->SaveDataSet(rows.dataSet));
   }
   const auto project = NCProjectFile::Open(file.path(), false);
   const auto batches = project->GetRUSPData().GetBatchInfoVector(1);

@@ -4,7 +4,6 @@
 #include <boost/make_shared.hpp>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "ncds/batch/BatchImportSettings.h"
@@ -169,14 +168,15 @@ int Monotonic(const NCObservations& observations, const RowSource& rows,
   return 0;
 }
 
+// The phase list from the starts of the batch and phase runs (`RunStarts` with phases).
 template <class RowSource>
 std::unique_ptr<ClassInfoVector> PhaseList(const NCObservations& observations,
-                                           const RowSource& rows) {
+                                           const RowSource& rows, const std::vector<int>& starts) {
   if (!observations.HasPhases()) return nullptr;
   auto phases = std::make_unique<ClassInfoVector>();
   const Groups groups(observations, true);
   std::unordered_set<std::string> seen;
-  for (const int start : RunStarts(observations, rows, true)) {
+  for (const int start : starts) {
     const ObservationInfo* row = rows.at(start);
     if (!row) continue;
     const std::string& name = groups.Phase(*row);
@@ -185,14 +185,15 @@ std::unique_ptr<ClassInfoVector> PhaseList(const NCObservations& observations,
   return phases;
 }
 
+// The batch vector from the starts of the runs (`RunStarts`, with phases when the container
+// has a phase series).
 template <class RowSource>
 std::unique_ptr<BatchInfoVector> BatchList(const NCObservations& observations,
-                                           const RowSource& rows) {
+                                           const RowSource& rows, std::vector<int> starts) {
   if (!observations.HasBatches()) return nullptr;
   auto batches = std::make_unique<BatchInfoVector>();
   const bool withPhases = observations.HasPhases();
   const Groups groups(observations, withPhases);
-  std::vector<int> starts = RunStarts(observations, rows, withPhases);
   starts.push_back(rows.size() + 1);
   // Runs of phases follow each other inside a batch; a batch ends where the batch name of
   // the next run differs.
@@ -369,22 +370,25 @@ std::vector<int> GetRunStarts(const NCObservations& observations, const RowIDs& 
 
 std::unique_ptr<ClassInfoVector> CreatePhaseInfoVector(const NCObservations& observations,
                                                        const Rows& rows) {
-  return PhaseList(observations, RecordRows(rows));
+  return PhaseList(observations, RecordRows(rows), GetRunStarts(observations, rows, true));
 }
 
 std::unique_ptr<ClassInfoVector> CreatePhaseInfoVector(const NCObservations& observations,
                                                        const RowIDs& rows) {
-  return PhaseList(observations, IDRows(observations, rows));
+  return PhaseList(observations, IDRows(observations, rows),
+                   GetRunStarts(observations, rows, true));
 }
 
 std::unique_ptr<BatchInfoVector> CreateBatchInfoVector(const NCObservations& observations,
                                                        const Rows& rows) {
-  return BatchList(observations, RecordRows(rows));
+  return BatchList(observations, RecordRows(rows),
+                   GetRunStarts(observations, rows, observations.HasPhases()));
 }
 
 std::unique_ptr<BatchInfoVector> CreateBatchInfoVector(const NCObservations& observations,
                                                        const RowIDs& rows) {
-  return BatchList(observations, IDRows(observations, rows));
+  return BatchList(observations, IDRows(observations, rows),
+                   GetRunStarts(observations, rows, observations.HasPhases()));
 }
 
 void MakeBatchDataSet(NCDataSet& dataSet, int batchSeries, int phaseSeries) {
@@ -410,9 +414,11 @@ void MakeBatchDataSet(NCDataSet& dataSet, int batchSeries, int phaseSeries) {
     }
   }
   dataSet.SetUsedAliases(aliases, dataSet.GetUsedVarAliases());
-  const Rows& rows = dataSet.GetObservationInfoVector();
-  const std::unique_ptr<BatchInfoVector> batches = CreateBatchInfoVector(observations, rows);
-  const std::unique_ptr<ClassInfoVector> phases = CreatePhaseInfoVector(observations, rows);
+  // One search for the runs serves both the batches and the phase list.
+  const RecordRows rows(dataSet.GetObservationInfoVector());
+  const std::vector<int> starts = RunStarts(observations, rows, phaseSeries > 0);
+  const std::unique_ptr<BatchInfoVector> batches = BatchList(observations, rows, starts);
+  const std::unique_ptr<ClassInfoVector> phases = PhaseList(observations, rows, starts);
   dataSet.SetBatchInfoVector(batches.get());
   dataSet.SetPhaseInfoVector(phases.get());
 }

@@ -158,43 +158,31 @@ void ConditionalDeleteBatchAndPhase::MergeAndRenamePhases(std::string* log) {
 
 void ConditionalDeleteBatchAndPhase::RemoveDeletedBatchesAndPhasesFromBatchInfoVector() {
   if (mDeleted.empty()) return;
+  const auto deleted = [this](const auto& record) {
+    return record && mDeleted.count(record.get()) > 0;
+  };
   ClassInfoVector* phases = mComponents->GetPhaseInfoVector();
   if (phases) {  // deleted classes of a dataset without batches
-    phases->erase(std::remove_if(phases->begin(), phases->end(),
-                                 [this](const auto& phase) {
-                                   return phase && mDeleted.count(phase.get()) > 0;
-                                 }),
-                  phases->end());
+    phases->erase(std::remove_if(phases->begin(), phases->end(), deleted), phases->end());
   }
   BatchInfoVector* batches = mComponents->GetBatchInfoVector();
   if (!batches) return;
-  BatchInfoVector kept;
-  kept.SetBCVariableIDs(batches->GetBCVariableIDs());
-  for (const auto& batch : *batches) {
-    if (batch && mDeleted.count(batch.get()) > 0) continue;
-    if (ClassInfoVector* phases = batch ? batch->GetClassVector() : nullptr) {
-      phases->erase(std::remove_if(phases->begin(), phases->end(),
-                                   [this](const auto& phase) {
-                                     return phase && mDeleted.count(phase.get()) > 0;
-                                   }),
-                    phases->end());
-      batch->SetNumObs(batch->GetNumObs(nullptr, true));
-    }
-    kept.push_back(batch);
-  }
-  // Shares the kept records rather than copying them.
-  batches->clear();
-  for (const auto& batch : kept) batches->push_back(batch);
-  // A phase of the dataset that no batch holds any more leaves the phase list too.
-  if (!phases) return;
+  batches->erase(std::remove_if(batches->begin(), batches->end(), deleted), batches->end());
   std::set<std::string> held;
+  bool allHavePhases = true;
   for (const auto& batch : *batches) {
-    const ClassInfoVector* own = batch ? batch->GetClassVector() : nullptr;
-    if (!own) return;  // batches without phase lists tell nothing
+    ClassInfoVector* own = batch ? batch->GetClassVector() : nullptr;
+    allHavePhases = allHavePhases && own;
+    if (!own) continue;
+    own->erase(std::remove_if(own->begin(), own->end(), deleted), own->end());
+    batch->SetNumObs(batch->GetNumObs(nullptr, true));
     for (const auto& phase : *own) {
       if (phase) held.insert(phase->GetPhaseName());
     }
   }
+  // A phase of the dataset that no batch holds any more leaves the phase list too (batches
+  // without phase lists tell nothing).
+  if (!phases || !allHavePhases) return;
   phases->erase(std::remove_if(phases->begin(), phases->end(),
                                [&held](const auto& phase) {
                                  return phase && held.count(phase->GetPhaseName()) == 0;

@@ -17,6 +17,7 @@
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/detail/OneBased.h"
 #include "ncds/metadata/AliasAccess.h"
+#include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/UniqueIDs.h"
@@ -220,7 +221,8 @@ bool NCDataSetInfo::ReadStreamDirectory(std::istream& is) {
       numYVariables < 0 || numYVariables > numVariables) {
     return false;
   }
-  VarObsInfoVector<ObservationInfo> rows = d::RowsOfStoredIDs(*project, observationIDs);
+  // Rows whose observations the project no longer holds come without a record (null).
+  VarObsInfoVector<ObservationInfo> rows = project->GetObservations().GetInfoVector(observationIDs);
 
   mNumObservations = numObservations;
   mNumVariables = numVariables;

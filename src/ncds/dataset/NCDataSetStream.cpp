@@ -304,7 +304,8 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
     return false;
   }
 
-  VarObsInfoVector<ObservationInfo> rows = d::RowsOfStoredIDs(*project, observationIDs);
+  // Rows whose observations the project no longer holds come without a record (null).
+  VarObsInfoVector<ObservationInfo> rows = project->GetObservations().GetInfoVector(observationIDs);
 
   // Streams written before the aliases were kept: the project's description of this dataset
   // knows them, or else every series the project has is in use.

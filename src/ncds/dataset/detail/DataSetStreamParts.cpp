@@ -4,10 +4,7 @@
 #include <limits>
 #include <ostream>
 
-#include "ncds/dataset/NCProjectBase.h"
-#include "ncds/foundations/Exception.h"
 #include "ncds/foundations/StreamPrimitives.h"
-#include "ncds/metadata/NCObservations.h"
 
 namespace ncds::detail {
 
@@ -37,11 +34,6 @@ std::vector<int> ReadAliases(std::istream& is) {
   std::vector<int> aliases(ReadCount(is, 4));
   ReadFourBytes(aliases.data(), aliases.size(), is);
   return aliases;
-}
-
-VarObsInfoVector<ObservationInfo> RowsOfStoredIDs(
-    const NCProjectBase& project, const NCIntegralVector<unsigned long, 0>& observationIDs) {
-  return project.GetObservations().GetInfoVector(observationIDs);
 }
 
 }  // namespace ncds::detail
