@@ -190,4 +190,61 @@ TEST(BatchUtilities, BuildsTheBatchAndPhaseStructureFromTheRows) {
   EXPECT_THROW(BatchUtilities::MakeBatchDataSet(*rows.dataSet, 9, 0), InvalidArgument);
 }
 
+// A batch vector as text: "name=count[phase:count ...]" per batch.
+std::string Describe(const BatchInfoVector& batches) {
+  std::string text;
+  for (const auto& batch : batches) {
+    text += batch->GetBatchName() + "=" + std::to_string(batch->GetNumObs(nullptr, false)) + "[";
+    if (batch->GetClassVector()) {
+      for (const auto& phase : *batch->GetClassVector()) {
+        text += phase->GetPhaseName() + ":" + std::to_string(phase->GetNumObs()) + " ";
+      }
+    }
+    text += "] ";
+  }
+  return text;
+}
+
+TEST(BatchUtilities, StructureMatchesTheRunsWhateverTheirLengths) {
+  // Equal batches first (each run's length is guessed right and rows are fetched ahead), then
+  // batches whose lengths change, a phase that comes back inside its batch, and more phase
+  // names than the search keeps at hand.
+  std::vector<std::tuple<std::string, std::string, int>> runs;
+  std::string expected;
+  for (int b = 0; b < 60; ++b) {
+    const int scale = b < 30 ? 1 : 1 + b % 4;
+    const std::string name = "B" + std::to_string(b);
+    runs.emplace_back(name, "Heat", 5 * scale);
+    runs.emplace_back(name, "React", 9 * scale);
+    runs.emplace_back(name, "Cool", 4);
+    expected += name + "=" + std::to_string(14 * scale + 4) + "[Heat:" + std::to_string(5 * scale) +
+                " React:" + std::to_string(9 * scale) + " Cool:4 ] ";
+  }
+  runs.emplace_back("R", "Heat", 2);
+  runs.emplace_back("R", "Cool", 3);
+  runs.emplace_back("R", "Heat", 1);
+  expected += "R=6[Heat:3 Cool:3 ] ";
+  expected += "M=20[";
+  for (int p = 0; p < 20; ++p) {
+    runs.emplace_back("M", "S" + std::to_string(p), 1);
+    expected += "S" + std::to_string(p) + ":1 ";
+  }
+  expected += "] N=1[S17:1 ] ";
+  runs.emplace_back("N", "S17", 1);
+  const BatchRows rows(runs);
+  const NCObservations& observations = rows.project->GetObservations();
+  const auto& infos = rows.dataSet->GetObservationInfoVector();
+  EXPECT_EQ(Describe(*rows.dataSet->GetBatchInfoVector()), expected);
+  EXPECT_EQ(Describe(*BatchUtilities::CreateBatchInfoVector(observations, infos.GetUniqueIDs())),
+            expected);
+  EXPECT_EQ(rows.dataSet->GetPhaseInfoVector()->size(), 23U);
+
+  // A row without a record that the search meets is a batch of its own, with no name.
+  const BatchRows small({{"A", "P", 3}, {"B", "P", 1}});
+  NCIntegralVector<unsigned long, 0> ids = small.dataSet->GetObservationInfoVector().GetUniqueIDs();
+  ids(2) = 999999;
+  EXPECT_EQ(Describe(*BatchUtilities::CreateBatchInfoVector(small.project->GetObservations(), ids)),
+            "A=2[P:2 ] =1[:1 ] B=1[P:1 ] ");
+}
+
 }  // namespace

@@ -67,6 +67,7 @@ class NCDS_EXPORT BatchInfoVector : public VStreamBase {
   const value_type& back() const { return mBatches.back(); }
   // Adds `batch` itself, not a copy: the vector then shares it with the caller.
   void push_back(value_type batch) { mBatches.push_back(std::move(batch)); }
+  void reserve(std::size_t count) { mBatches.reserve(count); }
   iterator insert(const_iterator position, value_type batch) {
     return mBatches.insert(position, std::move(batch));
   }

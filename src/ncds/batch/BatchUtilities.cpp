@@ -4,7 +4,7 @@
 #include <boost/make_shared.hpp>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <unordered_map>
 
 #include "ncds/batch/BatchImportSettings.h"
 #include "ncds/batch/BatchInfo.h"
@@ -13,6 +13,7 @@
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/VxStdString.h"
+#include "ncds/foundations/detail/Prefetch.h"
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/UniqueIDs.h"
@@ -24,8 +25,8 @@ namespace {
 constexpr float kMissing = -99.0F;
 // The first step of the galloping search: most runs are longer than a few rows.
 constexpr int kFirstStep = 32;
-// How many phase names the search remembers the last run length of.
-constexpr std::size_t kRememberedLengths = 16;
+// How many batches ahead of its use each link of a row's chain is fetched.
+constexpr int kFetchBatchesAhead = 2;
 
 // The rows as records, whichever way the caller holds them.
 class RecordRows {
@@ -35,6 +36,23 @@ class RecordRows {
   // The record of 1-based row `position`, or null.
   const ObservationInfo* at(int position) const {
     return mRows[static_cast<std::size_t>(position - 1)];
+  }
+  // Starts loading what reading row `position`'s ID `series` needs, one link of the chain per
+  // `step`: 0 the row's slot, 1 its record, 2 the record's IDs. Each step reads only what the
+  // step before it loaded, so the misses of rows far apart overlap instead of queuing.
+  void Prefetch(int position, int step, int series) const {
+    if (position < 1 || position > size()) return;
+    const ObservationInfo* const* slot = &mRows.begin()[position - 1];
+    if (step == 0) {
+      ncds::detail::Prefetch(slot);
+    } else if (*slot && step == 1) {
+      ncds::detail::Prefetch(*slot);
+    } else if (*slot) {
+      const std::vector<std::string>& ids = (*slot)->GetUserIDs();
+      if (series >= 1 && static_cast<std::size_t>(series) <= ids.size()) {
+        ncds::detail::Prefetch(ids.data() + (series - 1));
+      }
+    }
   }
 
  private:
@@ -49,6 +67,8 @@ class IDRows {
   const ObservationInfo* at(int position) const {
     return mObservations[mRows[static_cast<std::size_t>(position - 1)]];
   }
+  // Finding a record by its ID is a look-up of its own: nothing is fetched ahead.
+  void Prefetch(int /*position*/, int /*step*/, int /*series*/) const {}
 
  private:
   const NCObservations& mObservations;
@@ -63,8 +83,10 @@ class Groups {
         mPhaseSeries(orPhase ? observations.GetPhaseIDRaw() : 0),
         mOrPhase(orPhase) {}
 
-  const std::string& Batch(const ObservationInfo& row) const { return row.GetUserID(mBatchSeries); }
-  const std::string& Phase(const ObservationInfo& row) const { return row.GetUserID(mPhaseSeries); }
+  int BatchSeries() const { return mBatchSeries; }
+  int PhaseSeries() const { return mPhaseSeries; }
+  const std::string& Batch(const ObservationInfo& row) const { return ID(row, mBatchSeries); }
+  const std::string& Phase(const ObservationInfo& row) const { return ID(row, mPhaseSeries); }
   // Whether `row` is in the group of `first`; a row without a record is in no group.
   bool Same(const ObservationInfo& first, const ObservationInfo* row) const {
     if (!row) return false;
@@ -73,6 +95,14 @@ class Groups {
   }
 
  private:
+  // The row's ID of 1-based `series`, read in place: this is the inner loop of every search.
+  static const std::string& ID(const ObservationInfo& row, int series) {
+    const std::vector<std::string>& ids = row.GetUserIDs();
+    return series >= 1 && static_cast<std::size_t>(series) <= ids.size()
+               ? ids[static_cast<std::size_t>(series - 1)]
+               : VxStdString::Empty();
+  }
+
   int mBatchSeries;
   int mPhaseSeries;
   bool mOrPhase;
@@ -110,31 +140,94 @@ int FindNext(const NCObservations& observations, const RowSource& rows, int star
   return outside;
 }
 
+// The distinct phase names of a search in order of first appearance, with the length of the
+// last run of each.
+class PhaseTable {
+ public:
+  // The index of `name`, added when new.
+  int Find(std::string_view name) {
+    const std::size_t near = std::min(mNames.size(), kLookAlong);
+    for (std::size_t k = 0; k < near; ++k) {
+      if (mNames[k] == name) return static_cast<int>(k);
+    }
+    if (mNames.size() > kLookAlong) {
+      const auto far = mFar.find(name);
+      if (far != mFar.end()) return far->second;
+    }
+    const int index = static_cast<int>(mNames.size());
+    mNames.push_back(name);
+    mLengths.push_back(0);
+    if (mNames.size() > kLookAlong) mFar.emplace(name, index);
+    return index;
+  }
+  int& Length(int phase) { return mLengths[static_cast<std::size_t>(phase)]; }
+  std::vector<std::string_view>& Names() { return mNames; }
+
+ private:
+  // Batches have few phases: up to this many names a look along them beats a table.
+  static constexpr std::size_t kLookAlong = 16;
+  std::vector<std::string_view> mNames;
+  std::vector<int> mLengths;
+  std::unordered_map<std::string_view, int> mFar;
+};
+
+// What one search of the rows finds: where each run starts, which runs begin a batch, and the
+// phase of each run.
+struct RunTable {
+  std::vector<int> starts;                   // 1-based first row of each run
+  std::vector<int> phaseOfRun;               // index into `phaseNames`; -1 for no record
+  std::vector<std::size_t> batchRuns;        // index into `starts` of each batch's first run
+  std::vector<std::string> batchNames;       // per batch, copied while the row is at hand
+  std::vector<std::string_view> phaseNames;  // distinct, in order of first appearance
+  int rowCount = 0;
+
+  // One past the last row of run `run`.
+  int End(std::size_t run) const {
+    return run + 1 < starts.size() ? starts[run + 1] : rowCount + 1;
+  }
+};
+
+// Finds the runs of batches (with `orPhase`, of batches and phases). Batches (and each phase)
+// tend to have one length: the last length of a run of the same phase is tried first, which
+// needs two rows rather than a search when it holds. When batches have one length too (as
+// aligned batches do), the rows the search is going to probe a few batches on are known: they
+// are fetched ahead, a link of their chain at a time, so that their misses overlap.
 template <class RowSource>
-std::vector<int> RunStarts(const NCObservations& observations, const RowSource& rows,
-                           bool orPhase) {
-  std::vector<int> starts;
+RunTable ScanRuns(const NCObservations& observations, const RowSource& rows, bool orPhase) {
+  RunTable table;
   const int count = rows.size();
+  table.rowCount = count;
   const Groups groups(observations, orPhase);
-  // Batches (and each phase) tend to have one length: the last length of a run of the same
-  // phase is tried first, which needs two rows rather than a search when it holds.
-  std::vector<std::pair<std::string_view, int>> lengths;  // few phases: a look along them
+  PhaseTable phases;
+  const ObservationInfo* batchHead = nullptr;  // the first row of the current batch
+  int batchStart = 0;
+  int batchLength = 0;
   for (int start = 1; start >= 1 && start <= count;) {
-    starts.push_back(start);
     const ObservationInfo* first = rows.at(start);
+    if (!first || !batchHead || groups.Batch(*first) != groups.Batch(*batchHead)) {
+      if (batchHead) batchLength = start - batchStart;
+      batchHead = first;
+      batchStart = start;
+      table.batchRuns.push_back(table.starts.size());
+      table.batchNames.push_back(first ? groups.Batch(*first) : std::string());
+    }
+    table.starts.push_back(start);
     if (!first) {
-      ++start;  // a row without a record is a run of its own
+      table.phaseOfRun.push_back(-1);
+      ++start;  // a row without a record is a run (and a batch) of its own
       continue;
     }
-    const std::string_view group = orPhase ? std::string_view(groups.Phase(*first)) : "";
-    auto known = std::find_if(lengths.begin(), lengths.end(),
-                              [group](const auto& entry) { return entry.first == group; });
-    int unknown = 0;  // beyond a handful of phase names no length is remembered
-    if (known == lengths.end() && lengths.size() < kRememberedLengths) {
-      known = lengths.insert(lengths.end(), {group, 0});
-    }
-    int& length = known == lengths.end() ? unknown : known->second;
+    const int phase = phases.Find(orPhase ? std::string_view(groups.Phase(*first)) : "");
+    table.phaseOfRun.push_back(phase);
+    int& length = phases.Length(phase);
     const int end = start + length;  // the guessed start of the next run
+    if (batchLength > 0 && length > 0) {
+      for (int step = 0; step < 3; ++step) {
+        const int ahead = end - 1 + kFetchBatchesAhead * (3 - step) * batchLength;
+        rows.Prefetch(ahead, step, groups.BatchSeries());
+        rows.Prefetch(ahead + 1, step, groups.BatchSeries());
+      }
+    }
     int next = -1;
     if (length > 0 && end - 1 <= count && groups.Same(*first, rows.at(end - 1)) &&
         (end > count || !groups.Same(*first, rows.at(end)))) {
@@ -145,13 +238,14 @@ std::vector<int> RunStarts(const NCObservations& observations, const RowSource& 
     length = (next < 0 ? count + 1 : next) - start;
     start = next;
   }
-  return starts;
+  if (orPhase) table.phaseNames = std::move(phases.Names());
+  return table;
 }
 
 template <class RowSource>
 int Monotonic(const NCObservations& observations, const RowSource& rows,
               const NCDataVector<float>& maturity) {
-  std::vector<int> starts = RunStarts(observations, rows, false);
+  std::vector<int> starts = ScanRuns(observations, rows, false).starts;
   starts.push_back(rows.size() + 1);
   for (std::size_t b = 0; b + 1 < starts.size(); ++b) {
     const std::size_t begin = static_cast<std::size_t>(starts[b] - 1);
@@ -168,67 +262,53 @@ int Monotonic(const NCObservations& observations, const RowSource& rows,
   return 0;
 }
 
-// The phase list from the starts of the batch and phase runs (`RunStarts` with phases).
-template <class RowSource>
+// The phase list of a search with phases.
 std::unique_ptr<ClassInfoVector> PhaseList(const NCObservations& observations,
-                                           const RowSource& rows, const std::vector<int>& starts) {
+                                           const RunTable& table) {
   if (!observations.HasPhases()) return nullptr;
   auto phases = std::make_unique<ClassInfoVector>();
-  const Groups groups(observations, true);
-  std::unordered_set<std::string> seen;
-  for (const int start : starts) {
-    const ObservationInfo* row = rows.at(start);
-    if (!row) continue;
-    const std::string& name = groups.Phase(*row);
-    if (seen.insert(name).second) phases->push_back(boost::make_shared<ClassInfo>(name));
+  phases->reserve(table.phaseNames.size());
+  for (const std::string_view name : table.phaseNames) {
+    phases->push_back(boost::make_shared<ClassInfo>(std::string(name)));
   }
   return phases;
 }
 
-// The batch vector from the starts of the runs (`RunStarts`, with phases when the container
-// has a phase series).
-template <class RowSource>
+// The batch vector of a search (with phases when the container has a phase series).
 std::unique_ptr<BatchInfoVector> BatchList(const NCObservations& observations,
-                                           const RowSource& rows, std::vector<int> starts) {
+                                           const RunTable& table) {
   if (!observations.HasBatches()) return nullptr;
   auto batches = std::make_unique<BatchInfoVector>();
+  batches->reserve(table.batchRuns.size());
   const bool withPhases = observations.HasPhases();
-  const Groups groups(observations, withPhases);
-  starts.push_back(rows.size() + 1);
-  // Runs of phases follow each other inside a batch; a batch ends where the batch name of
-  // the next run differs.
-  for (std::size_t r = 0; r + 1 < starts.size();) {
-    const ObservationInfo* const head = rows.at(starts[r]);
-    std::size_t end = r + 1;
-    while (end + 1 < starts.size() && head) {
-      const ObservationInfo* next = rows.at(starts[end]);
-      if (!next || groups.Batch(*next) != groups.Batch(*head)) break;
-      ++end;
-    }
-    auto batch = boost::make_shared<BatchInfo>(head ? groups.Batch(*head) : std::string());
-    batch->SetNumObs(starts[end] - starts[r]);
+  std::vector<int> seen;  // the phases of one batch, in order of appearance
+  for (std::size_t b = 0; b < table.batchRuns.size(); ++b) {
+    const std::size_t first = table.batchRuns[b];
+    const std::size_t last =
+        b + 1 < table.batchRuns.size() ? table.batchRuns[b + 1] - 1 : table.starts.size() - 1;
+    auto batch = boost::make_shared<BatchInfo>(table.batchNames[b]);
+    batch->SetNumObs(table.End(last) - table.starts[first]);
     if (withPhases) {
       auto phases = std::make_unique<ClassInfoVector>();
-      phases->reserve(end - r);
-      for (std::size_t k = r; k < end; ++k) {
-        const ObservationInfo* row = rows.at(starts[k]);
-        const std::string& name = row ? groups.Phase(*row) : VxStdString::Empty();
-        const int count = starts[k + 1] - starts[k];
-        // A batch has few phases: a look along them beats a table.
-        const auto same = std::find_if(phases->begin(), phases->end(), [&name](const auto& phase) {
-          return phase->GetPhaseName() == name;
-        });
-        if (same == phases->end()) {
-          phases->push_back(boost::make_shared<ClassInfo>(name));
+      phases->reserve(last - first + 1);
+      seen.clear();
+      for (std::size_t r = first; r <= last; ++r) {
+        const int phase = table.phaseOfRun[r];
+        const int count = table.End(r) - table.starts[r];
+        const auto same = std::find(seen.begin(), seen.end(), phase);
+        if (same == seen.end()) {
+          seen.push_back(phase);
+          phases->push_back(boost::make_shared<ClassInfo>(
+              phase < 0 ? std::string() : std::string(table.phaseNames[phase])));
           phases->back()->SetNumObs(count);
         } else {
-          (*same)->SetNumObs((*same)->GetNumObs() + count);
+          ClassInfo& known = *(*phases)[static_cast<std::size_t>(same - seen.begin())];
+          known.SetNumObs(known.GetNumObs() + count);
         }
       }
       batch->SetClassVectorPtr(phases.release());
     }
     batches->push_back(std::move(batch));
-    r = end;
   }
   return batches;
 }
@@ -360,35 +440,38 @@ int FindNextBatchOrPhase(const NCObservations& observations, const RowIDs& rows,
 }
 
 std::vector<int> GetRunStarts(const NCObservations& observations, const Rows& rows, bool orPhase) {
-  return RunStarts(observations, RecordRows(rows), orPhase);
+  return ScanRuns(observations, RecordRows(rows), orPhase).starts;
 }
 
 std::vector<int> GetRunStarts(const NCObservations& observations, const RowIDs& rows,
                               bool orPhase) {
-  return RunStarts(observations, IDRows(observations, rows), orPhase);
+  return ScanRuns(observations, IDRows(observations, rows), orPhase).starts;
 }
 
 std::unique_ptr<ClassInfoVector> CreatePhaseInfoVector(const NCObservations& observations,
                                                        const Rows& rows) {
-  return PhaseList(observations, RecordRows(rows), GetRunStarts(observations, rows, true));
+  if (!observations.HasPhases()) return nullptr;
+  return PhaseList(observations, ScanRuns(observations, RecordRows(rows), true));
 }
 
 std::unique_ptr<ClassInfoVector> CreatePhaseInfoVector(const NCObservations& observations,
                                                        const RowIDs& rows) {
-  return PhaseList(observations, IDRows(observations, rows),
-                   GetRunStarts(observations, rows, true));
+  if (!observations.HasPhases()) return nullptr;
+  return PhaseList(observations, ScanRuns(observations, IDRows(observations, rows), true));
 }
 
 std::unique_ptr<BatchInfoVector> CreateBatchInfoVector(const NCObservations& observations,
                                                        const Rows& rows) {
-  return BatchList(observations, RecordRows(rows),
-                   GetRunStarts(observations, rows, observations.HasPhases()));
+  if (!observations.HasBatches()) return nullptr;
+  return BatchList(observations,
+                   ScanRuns(observations, RecordRows(rows), observations.HasPhases()));
 }
 
 std::unique_ptr<BatchInfoVector> CreateBatchInfoVector(const NCObservations& observations,
                                                        const RowIDs& rows) {
-  return BatchList(observations, IDRows(observations, rows),
-                   GetRunStarts(observations, rows, observations.HasPhases()));
+  if (!observations.HasBatches()) return nullptr;
+  return BatchList(observations,
+                   ScanRuns(observations, IDRows(observations, rows), observations.HasPhases()));
 }
 
 void MakeBatchDataSet(NCDataSet& dataSet, int batchSeries, int phaseSeries) {
@@ -415,10 +498,10 @@ void MakeBatchDataSet(NCDataSet& dataSet, int batchSeries, int phaseSeries) {
   }
   dataSet.SetUsedAliases(aliases, dataSet.GetUsedVarAliases());
   // One search for the runs serves both the batches and the phase list.
-  const RecordRows rows(dataSet.GetObservationInfoVector());
-  const std::vector<int> starts = RunStarts(observations, rows, phaseSeries > 0);
-  const std::unique_ptr<BatchInfoVector> batches = BatchList(observations, rows, starts);
-  const std::unique_ptr<ClassInfoVector> phases = PhaseList(observations, rows, starts);
+  const RunTable table =
+      ScanRuns(observations, RecordRows(dataSet.GetObservationInfoVector()), phaseSeries > 0);
+  const std::unique_ptr<BatchInfoVector> batches = BatchList(observations, table);
+  const std::unique_ptr<ClassInfoVector> phases = PhaseList(observations, table);
   dataSet.SetBatchInfoVector(batches.get());
   dataSet.SetPhaseInfoVector(phases.get());
 }

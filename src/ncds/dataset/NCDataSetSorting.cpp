@@ -26,6 +26,7 @@
 #include "ncds/foundations/VxStdString.h"
 #include "ncds/foundations/VxString.h"
 #include "ncds/foundations/detail/OneBased.h"
+#include "ncds/foundations/detail/Prefetch.h"
 #include "ncds/metadata/AliasAccess.h"
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/ObservationInfo.h"
@@ -75,15 +76,6 @@ bool IDAsNumber(const std::string& text, float& value) {
     }
   }
   return VxString::ToFloat(text, value);
-}
-
-// Asks for the cache line at `address` ahead of its use.
-inline void Prefetch(const void* address) {
-#if defined(__GNUC__) || defined(__clang__)
-  __builtin_prefetch(address);
-#else
-  (void)address;
-#endif
 }
 
 // Sorts `items` stably by their upper 32 bits (the key); the lower 32 bits travel along.

@@ -15,20 +15,13 @@
 #endif
 
 #include "ncds/foundations/VxStdString.h"
+#include "ncds/foundations/detail/Prefetch.h"
 #include "ncds/metadata/UniqueIDs.h"
 #include "ncds/metadata/VarObs.h"
 #include "ncds/metadata/VarObsInfo.h"
 
 namespace ncds::detail {
 namespace {
-
-inline void Prefetch(const void* address) {
-#if defined(__GNUC__) || defined(__clang__)
-  __builtin_prefetch(address);
-#else
-  (void)address;
-#endif
-}
 
 // IDs up to this long are kept in the table, folded to lower case, so that a lookup compares
 // them without touching the record; longer ones are compared with the record's own text.
