@@ -1,5 +1,6 @@
 // Feeds arbitrary bytes to the readers of the phase and batch records, the batch vector, the
-// import settings, the column concatenation, the per-dataset batch snapshots (RUSPDATA) and
+// import settings, the column concatenation, the batch aligner (which must then align a batch
+// onto whatever grid it read), the per-dataset batch snapshots (RUSPDATA) and
 // the bare phase-list form that owners keep under one tag. Whatever reads must write and read back
 // to the same bytes: no crash, no hang, no allocation beyond what the input's size justifies.
 
@@ -55,6 +56,25 @@ void Snapshots(const std::string& bytes) {
   if (!again.ReadObject(back) || RUSPBytes(again) != written) std::abort();
 }
 
+// Aligns a small batch with a gap and a missing maturity: any grid, however odd, gives a value
+// per grid point or the monotony error.
+void Aligned(const BatchAligner& aligner) {
+  NCDataMatrix<float> data(5, 2);
+  NCDataVector<float> maturity(5);
+  for (std::size_t i = 0; i < 5; ++i) {
+    maturity[i] = aligner.IsAscending() ? static_cast<float>(i) : static_cast<float>(5 - i);
+    data(i, 0) = static_cast<float>(i * i);
+    data(i, 1) = i == 2 ? -99.0F : static_cast<float>(i);
+  }
+  maturity[3] = -99.0F;
+  try {
+    const auto out = aligner.Align(data, maturity);
+    if (out->SizeRows() != aligner.GridSize()) std::abort();
+  } catch (const NCError&) {
+    std::abort();  // these maturities are monotone
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -83,6 +103,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ColumnConcatenateInfo object;
     ColumnConcatenateInfo again;
     RoundTrip(bytes, object, again);
+  }
+  {
+    BatchAligner object;
+    BatchAligner again;
+    if (RoundTrip(bytes, object, again)) Aligned(object);
   }
   PhaseList(bytes);
   Snapshots(bytes);

@@ -3,6 +3,7 @@
 
 // Every public header of the library.
 
+#include "ncds/batch/BatchAligner.h"
 #include "ncds/batch/BatchImportSettings.h"
 #include "ncds/batch/BatchInfo.h"
 #include "ncds/batch/BatchInfoVector.h"
@@ -72,5 +73,6 @@
 #include "ncds/metadata/VariableInfo.h"
 #include "ncds/project/NCProject.h"
 #include "ncds/project/NCProjectFile.h"
+#include "ncds/smoothing/Smooth.h"
 
 #endif  // NCDS_NCDS_H
