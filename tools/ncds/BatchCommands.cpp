@@ -5,18 +5,22 @@
 #include <ostream>
 #include <set>
 
+#include "ncds/batch/BatchImportSettings.h"
 #include "ncds/batch/BatchInfo.h"
 #include "ncds/batch/BatchInfoVector.h"
 #include "ncds/batch/BatchUtilities.h"
 #include "ncds/batch/ClassInfo.h"
 #include "ncds/batch/ClassInfoVector.h"
 #include "ncds/batch/ConditionalDeleteBatchAndPhase.h"
+#include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/DatasetComponents.h"
 #include "ncds/dataset/NCDataSet.h"
+#include "ncds/dataset/NCProjectBase.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/ExceptionMessage.h"
 #include "ncds/foundations/Messages.h"
 #include "ncds/metadata/ObservationInfo.h"
+#include "ncds/smoothing/Smooth.h"
 #include "tools/ncds/TextTable.h"
 
 namespace ncds::tool {
@@ -215,6 +219,63 @@ std::string BatchCommands::RenamePhase(NCDataSet& dataSet, const std::string& fr
   }
   phase->SetPhaseName(to.c_str());
   return detail::Run(dataSet, components);
+}
+
+std::string BatchCommands::Align(NCDataSet& dataSet, const AlignChoice& choice,
+                                 const std::string& name, int number,
+                                 boost::shared_ptr<NCDataSet>& aligned) {
+  const boost::shared_ptr<NCProjectBase> project = dataSet.GetProject();
+  if (!project || !dataSet.GetBatchInfoVector()) {
+    throw NCError(ExceptionMessage::translate("Dataset \"{1}\" is not a batch dataset.") %
+                  dataSet.GetName());
+  }
+  if (choice.maturity == BatchInfo::GetGeneratedTimeVariableName()) {
+    // Made (or brought up to date) from the dataset's time, or the rows' positions.
+    BatchImportSettings settings(project->GetBatchImportSettings());
+    if (!Smooth::CreateAndInsert_DollarTime(dataSet.shared_from_this(), &settings)) {
+      throw NCError(ExceptionMessage::translate("{1} cannot be made for dataset \"{2}\".") %
+                    choice.maturity % dataSet.GetName());
+    }
+    project->SetBatchImportSettings(settings);
+  }
+  // The dataset's own column of that name (names may differ from the project's first one).
+  unsigned long maturity = 0;
+  for (int column = 1; column <= dataSet.SizeVariables() && maturity == 0; ++column) {
+    if (dataSet.GetVariableID(column, 1) == choice.maturity) maturity = dataSet.GetVarID(column);
+  }
+  if (maturity == 0) {
+    throw NCError(ExceptionMessage::translate("Dataset \"{1}\" has no variable {2}.") %
+                  dataSet.GetName() % choice.maturity);
+  }
+  DataSetAlignment alignment(maturity, choice.points);
+  alignment.SetPhasePoints(choice.phasePoints);
+  alignment.SetRelative(choice.relative);
+  alignment.SetSmoothed(choice.smooth);
+  alignment.SetExtended(choice.extend);
+  DataSetAlignment::Result result;
+  try {
+    result = alignment.Apply(dataSet, name, number);
+  } catch (const NCError& error) {
+    if (choice.smooth || std::string(error.what()).find("monotone") == std::string::npos) throw;
+    throw NCError(ExceptionMessage::translate("{1} Use --smooth to make it monotone first.") %
+                  error.what());
+  }
+  aligned = result.dataSet;
+  std::string line = (ExceptionMessage::translate("Aligned {1} batches onto {2} points each") %
+                      result.batches % result.points)
+                         .str();
+  if (result.shortBatches > 0) {
+    ExceptionMessage shortBatches =
+        choice.extend ? ExceptionMessage::translate("; {1} short batches extended")
+                      : ExceptionMessage::translate("; {1} short batches end in missing values");
+    line += (shortBatches % result.shortBatches).str();
+  }
+  if (result.missingBatches > 0) {
+    line += (ExceptionMessage::translate("; {1} batches left missing (fewer than two maturities)") %
+             result.missingBatches)
+                .str();
+  }
+  return line + ".\n";
 }
 
 }  // namespace ncds::tool

@@ -2,14 +2,17 @@
 #define NCDS_TOOLS_NCDS_BATCHCOMMANDS_H
 
 // What the tool's batch commands do to a loaded batch dataset: list its batches, delete
-// batches and phases, rename phases; and removing the rows of any dataset whose observation
-// records are gone. Edits run through the library's deletion of batches and
-// phases and are all or nothing: names that do not exist, or an edit that would leave the
-// dataset without batches, throw `NCError` naming what is wrong before anything changes.
+// batches and phases, rename phases, align the batches into a new dataset; and removing the rows of
+// any dataset whose observation records are gone. Edits run through the library's deletion of
+// batches and phases and are all or nothing: names that do not exist, or an edit that would leave
+// the dataset without batches, throw `NCError` naming what is wrong before anything changes.
 
 #include <iosfwd>
 #include <string>
 #include <vector>
+
+#include <boost/shared_ptr.hpp>
+#include <utility>
 
 class NCDataSet;
 
@@ -40,6 +43,23 @@ int CountRowsWithoutRecord(const NCDataSet& dataSet);
 // Renames phase `from` to `to`; when a phase `to` exists the two become one. Throws `NCError`
 // for an unknown phase or when a batch would then hold two runs of one phase.
 std::string RenamePhase(NCDataSet& dataSet, const std::string& from, const std::string& to);
+
+// How to align: the maturity variable's name and the options of `ncds align`.
+struct AlignChoice {
+  std::string maturity;
+  int points = 100;
+  std::vector<std::pair<std::string, int>> phasePoints;  // phase-wise when not empty
+  bool relative = false;
+  bool smooth = false;
+  bool extend = false;
+};
+
+// Aligns the batches of `dataSet` into a new dataset `name` numbered `number` (not yet saved,
+// returned in `aligned`); returns the line that says what was done. A maturity that turns
+// back without `smooth` is refused with the batch's name and a hint; "$Time" is made first
+// when the dataset does not have it.
+std::string Align(NCDataSet& dataSet, const AlignChoice& choice, const std::string& name,
+                  int number, boost::shared_ptr<NCDataSet>& aligned);
 
 }  // namespace ncds::tool::BatchCommands
 

@@ -55,6 +55,9 @@ struct Request {
   std::vector<BatchCommands::PhaseChoice> phases;
   std::string from;
   std::string to;
+  // ncds align.
+  BatchCommands::AlignChoice align;
+  std::string name;
 };
 
 std::string Kind(int dataType) {
@@ -325,6 +328,38 @@ int Export(const Request& request, std::ostream& out, std::ostream& err) {
   return 0;
 }
 
+int Align(const Request& request, std::ostream& out, std::ostream& err) {
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  const boost::shared_ptr<NCDataSet> dataSet =
+      Load(*project, FindDataSet(*project, request.dataSet), err);
+  int number = 1;
+  while (project->GetDataContainer(number)) ++number;
+  const std::string name =
+      request.name.empty() ? (ExceptionMessage::translate("{1} aligned") % dataSet->GetName()).str()
+                           : request.name;
+  boost::shared_ptr<NCDataSet> aligned;
+  std::string line;
+  {
+    const ProgressLine progress(request.progress, NCMessages::Translate("Aligning the batches"),
+                                err);
+    line = BatchCommands::Align(*dataSet, request.align, name, number, aligned);
+  }
+  {
+    const ProgressLine progress(request.progress, NCMessages::Translate("Saving the project"), err);
+    if (dataSet->IsDirty() && !project->SaveDataSet(dataSet)) {
+      throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") %
+                    dataSet->GetNumber() % request.project);
+    }
+    if (!project->SaveDataSet(aligned)) {
+      throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") % number %
+                    request.project);
+    }
+  }
+  out << line << (ExceptionMessage::translate("Added dataset {1} \"{2}\".") % number % name).str()
+      << '\n';
+  return 0;
+}
+
 int Delete(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
@@ -475,8 +510,50 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
       ->required();
   renamePhase->add_option("NEW", request.to, NCMessages::Translate("its new name"))->required();
 
+  CLI::App* align = app.add_subcommand(
+      "align", NCMessages::Translate("Align the batches of a batch dataset onto a common maturity "
+                                     "grid, into a new dataset."));
+  addDataSet(align);
+  align
+      ->add_option("--maturity", request.align.maturity,
+                   NCMessages::Translate("the variable to align on (\"$Time\": time since each "
+                                         "batch's start)"))
+      ->required();
+  CLI::Option* pointsOption =
+      align
+          ->add_option("--points", request.align.points,
+                       NCMessages::Translate("grid points per batch (default 100)"))
+          ->check(CLI::PositiveNumber);
+  std::vector<std::string> phasePoints;
+  align
+      ->add_option("--phase-points", phasePoints,
+                   NCMessages::Translate("align phase by phase, PHASE onto N points"))
+      ->type_name("PHASE=N")
+      ->allow_extra_args(false)
+      ->excludes(pointsOption);
+  align->add_flag("--relative", request.align.relative,
+                  NCMessages::Translate("rescale each batch's (phase's) maturity to 0-100 %"));
+  align->add_flag("--smooth", request.align.smooth,
+                  NCMessages::Translate("make each batch's maturity smooth and monotone first"));
+  align->add_flag("--extend", request.align.extend,
+                  NCMessages::Translate("hold the end values of short batches"));
+  align->add_option("--name", request.name, NCMessages::Translate("the new dataset's name"));
+
   try {
     app.parse(argc, argv);
+    for (const std::string& entry : phasePoints) {
+      const std::size_t equals = entry.rfind('=');
+      int points = 0;
+      const char* const end = entry.data() + entry.size();
+      const bool number = equals != std::string::npos && equals > 0 &&
+                          std::from_chars(entry.data() + equals + 1, end, points).ptr == end;
+      if (!number || points < 1) {
+        throw CLI::ValidationError(
+            "--phase-points",
+            (ExceptionMessage::translate("{1} is not PHASE=N with N at least 1") % entry).str());
+      }
+      request.align.phasePoints.emplace_back(entry.substr(0, equals), points);
+    }
     if (deleteBatches->parsed()) {
       // Each --in belongs to the --phase before it.
       std::size_t phase = 0;
@@ -511,6 +588,7 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     if (exportCommand->parsed()) return detail::Export(request, out, err);
     if (deleteCommand->parsed()) return detail::Delete(request, out, err);
     if (batches->parsed()) return detail::Batches(request, out, err);
+    if (align->parsed()) return detail::Align(request, out, err);
     if (deleteBatches->parsed()) {
       return detail::EditBatches(request, out, err, [&request](NCDataSet& dataSet) {
         return BatchCommands::DeleteBatches(dataSet, request.batches, request.phases);

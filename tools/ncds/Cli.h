@@ -12,6 +12,8 @@
 //   ncds batches PROJECT DATASET
 //   ncds delete-batches PROJECT DATASET [--batch NAME]... [--phase NAME [--in BATCH]]...
 //   ncds rename-phase PROJECT DATASET OLD NEW
+//   ncds align PROJECT DATASET --maturity VARIABLE [--points N | --phase-points PHASE=N ...]
+//                              [--relative] [--smooth] [--extend] [--name NAME]
 //
 // DATASET is a dataset's number or name. Results go to `out`; errors, hints and the progress
 // line go to `err`. Returns the exit code: 0 on success, 1 when the command failed (one

@@ -7,6 +7,7 @@
 #include "ncds/batch/BatchImportSettings.h"
 #include "ncds/batch/BatchInfoVector.h"
 #include "ncds/batch/ClassInfoVector.h"
+#include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/derived/LocalCenteringInfo.h"
 #include "ncds/foundations/Exception.h"
@@ -538,6 +539,11 @@ void NCDataSet::SetBatchInfoVector(const BatchInfoVector* batches) {
 void NCDataSet::SetPhaseInfoVector(const ClassInfoVector* phases) {
   mPhases.reset();
   if (phases) mPhases = boost::make_shared<ClassInfoVector>(*phases);
+  mDirty = true;
+}
+
+void NCDataSet::SetAlignment(const DataSetAlignment* alignment) {
+  mAlignment = alignment ? std::make_unique<DataSetAlignment>(*alignment) : nullptr;
   mDirty = true;
 }
 

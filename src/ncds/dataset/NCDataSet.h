@@ -45,6 +45,7 @@
 
 class BatchInfoVector;
 class ClassInfoVector;
+class DataSetAlignment;
 class LocalCenteringInfo;
 class TrimdVarStruct;
 
@@ -187,6 +188,9 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   const LocalCenteringInfo* GetLocalCenteringInfo() const { return mLocalCentering.get(); }
   // Keeps a copy of `info`, or with null drops the local centering information.
   void SetLocalCenteringInfo(const LocalCenteringInfo* info);
+  // How this dataset was aligned from its source, or null; set copies it in (null drops it).
+  const DataSetAlignment* GetAlignment() const { return mAlignment.get(); }
+  void SetAlignment(const DataSetAlignment* alignment);
 
   // The column IDs of dataset `number` of `project`; empty when it has none.
   static NCIntegralVector<unsigned long, 0> GetVariableIDs(const NCProjectBase& project,
@@ -289,6 +293,7 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   // Writing clears it, and writing is const.
   mutable bool mDirty = false;
   std::unique_ptr<LocalCenteringInfo> mLocalCentering;
+  std::unique_ptr<DataSetAlignment> mAlignment;
   int mDataType = kOrdinary;
   unsigned long mSourceID;
   boost::shared_ptr<BatchInfoVector> mBatches;

@@ -17,6 +17,7 @@
 
 #include "ncds/batch/BatchInfoVector.h"
 #include "ncds/batch/ClassInfoVector.h"
+#include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/dataset/TrimdVarStruct.h"
@@ -61,6 +62,7 @@ enum DataSetTag : std::uint16_t {
   kTagSourceID = 16,
   kTagUsedObsAliases = 17,
   kTagUsedVarAliases = 18,
+  kTagAlignment = 19,
 };
 
 constexpr std::uint8_t kEmptySlot = 0;
@@ -174,7 +176,8 @@ bool NCDataSet::VStreamableWriteBases(std::ostream& os) const { return static_ca
 
 bool NCDataSet::VStreamableWrite(std::ostream& os) const {
   namespace d = ncds::detail;
-  OutputStreamDirectory directory(os, d::kNumberOfTags);
+  // An aligned dataset's alignment is one entry more; other datasets keep the 19 of old.
+  OutputStreamDirectory directory(os, d::kNumberOfTags + (mAlignment ? 1 : 0));
   bool ok = WriteToStreamDir(mBatchInfoNeedsUpdate, directory, d::kTagBatchInfoNeedsUpdate) &&
             WriteToStreamDir(mImportLog, directory, d::kTagImportLog);
   if (ok && mBatches) ok = WriteToStreamDir(*mBatches, directory, d::kTagBatches);
@@ -196,6 +199,7 @@ bool NCDataSet::VStreamableWrite(std::ostream& os) const {
        d::WriteUInt32(mSourceID, directory.GetOutput(d::kTagSourceID)) &&
        d::WriteAliases(mUsedObsAliases, directory.GetOutput(d::kTagUsedObsAliases)) &&
        d::WriteAliases(mUsedVarAliases, directory.GetOutput(d::kTagUsedVarAliases));
+  if (ok && mAlignment) ok = WriteToStreamDir(*mAlignment, directory, d::kTagAlignment);
   if (!ok) os.setstate(std::ios_base::badbit);
   if (!directory.Close() || !ok) return false;
   mDirty = false;
@@ -243,6 +247,7 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
   bool variablesSorted = false;
   bool observationsSorted = false;
   std::unique_ptr<LocalCenteringInfo> localCentering;
+  std::unique_ptr<DataSetAlignment> alignment;
   std::int32_t dataType = mDataType;
   std::uint32_t sourceID = NCUniqueIDs::kNone;
   std::vector<int> obsAliases;
@@ -292,6 +297,10 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
         varAliases = d::ReadAliases(*input);
         hasVarAliases = true;
       }
+      if (directory.HasTag(d::kTagAlignment)) {
+        alignment = std::make_unique<DataSetAlignment>();
+        ReadFromStreamDir(*alignment, directory, d::kTagAlignment, true);
+      }
     }
   } catch (const VxStreamError&) {
     ok = false;
@@ -337,6 +346,7 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
   mVariablesSorted = variablesSorted;
   mObservationsSorted = observationsSorted;
   mLocalCentering = std::move(localCentering);
+  mAlignment = std::move(alignment);
   mDataType = dataType;
   // An ordinary dataset has the fixed source whatever a stream says.
   mSourceID = mDataType == kOrdinary ? NCUniqueIDs::kNone : sourceID;

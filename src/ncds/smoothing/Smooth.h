@@ -9,11 +9,19 @@
 // A hat matrix projects a window's centred values onto a local linear (and optionally
 // quadratic) trend. It has no constant term: the window's mean is subtracted before it is
 // applied and added back afterwards. The missing value is -99.
+//
+// The maturity of batch data is often the time since each batch started: the generated
+// variable "$Time" (`CreateAndInsert_DollarTime`).
+
+#include <boost/shared_ptr.hpp>
 
 #include "ncds/foundations/NCDataMatrix.h"
 #include "ncds/foundations/NCDataVector.h"
 #include "ncds/foundations/NCIntegralVector.h"
 #include "ncds/ncds_export.h"
+
+class BatchImportSettings;
+class NCDataSet;
 
 namespace Smooth {
 
@@ -66,6 +74,38 @@ NCDS_EXPORT NCDataVector<float> SmoothVector(const NCDataVector<float>* values,
                                              const NCIntegralVector<int, -99>* starts,
                                              float startValue, float endValue,
                                              const NCDataMatrix<float>* hat, bool coarse);
+
+// Gives every row of a batch dataset its time since the start of its batch, in the column of
+// the variable "$Time" (`BatchInfo::GetGeneratedTimeVariableName`).
+//
+// Time source, the first that applies:
+// 1. the first date-time column whose accuracy is year..second: $Time is in hours (unit "h"),
+//    whatever the accuracy (a month is 30 days, a year 360);
+// 2. the first quantitative column named "Time" (ignoring case): $Time is in its unit;
+// 3. the row's 1-based position in its batch: $Time counts rows, 0 for the batch's first.
+// $Time is the row's time minus the first valid (not missing, finite) time of its batch, so
+// it is 0 at that row. Rows with a missing time, and every row of a batch without a valid
+// time, get missing. A difference of exactly -99 is stored as the float next to -99 towards
+// zero, so that it is not read as missing.
+//
+// Batches: the runs of the rows in the observations' batch series when the project's
+// observation container has one; otherwise the dataset's batches, in row order, with their
+// observation counts (all phases), rows beyond them forming one more batch.
+//
+// The column: the first column whose variable is quantitative and named exactly "$Time" is
+// recomputed in place. Otherwise a column is appended for the project's quantitative variable
+// "$Time" when the project holds one (another dataset's $Time), else for a new one with a new
+// unique ID: a Y variable, included unless the project already has an included Y. The
+// variable's unit is set to that of the time.
+//
+// With `settings`, its source-variable map records the time variable as the source of $Time
+// (the no-variable ID when the positions are the time and an earlier source is recorded).
+//
+// False, with nothing changed, for a null dataset, a dataset without a project or without
+// batches (not batch data), and when the project's change check refuses the column (asked
+// without the user). True otherwise.
+NCDS_EXPORT bool CreateAndInsert_DollarTime(boost::shared_ptr<NCDataSet> dataset,
+                                            BatchImportSettings* settings);
 
 }  // namespace Smooth
 

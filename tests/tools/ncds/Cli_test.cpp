@@ -287,6 +287,51 @@ TEST(Cli, BatchDatasetsImportEditExportAndImportAgain) {
             RunNcds({"batches", project.path(), "1"}).out);
 }
 
+TEST(Cli, BatchesAlignIntoANewDataset) {
+  const ncds::test::TempFile data("cli_align.csv");
+  const ncds::test::TempFile project("cli_align.ncds");
+  WriteText(data.path(), kBatchData);
+  ASSERT_EQ(RunNcds({"import", data.path(), project.path(), "--batch", "Batch", "--phase", "Phase",
+                     "--name", "runs"})
+                .code,
+            0);
+  Outcome o = RunNcds({"align", project.path(), "runs", "--maturity", "Time", "--points", "4"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(
+      o.out,
+      "Aligned 3 batches onto 4 points each; 1 short batches end in missing values; 1 "
+      "batches left missing (fewer than two maturities).\nAdded dataset 2 \"runs aligned\".\n");
+  o = RunNcds({"export", project.path(), "2"});
+  EXPECT_NE(o.out.find("B1@004,B1,Feed,3,36\nB2@001,B2,Growth,0,31\nB2@002,B2,Feed,1,34\n"
+                       "B2@003,B2,Feed,,\n"),
+            std::string::npos)
+      << o.out;
+
+  // Refusals add nothing: a maturity that turns back (with the hint), no such variable, a
+  // phase count that is not one.
+  const ncds::test::TempFile turning("cli_align_turning.csv");
+  const ncds::test::TempFile other("cli_align_turning.ncds");
+  WriteText(turning.path(), "Time,Batch,Temp\n0,B1,1\n2,B1,2\n1,B1,3\n0,B2,4\n1,B2,5\n");
+  ASSERT_EQ(RunNcds({"import", turning.path(), other.path(), "--batch", "Batch"}).code, 0);
+  const std::string before = Listing(project.path()) + Listing(other.path());
+  ExpectOneLineError(RunNcds({"align", other.path(), "1", "--maturity", "Time"}), 1,
+                     "The maturity of batch B1 is not monotone. Use --smooth");
+  ExpectOneLineError(RunNcds({"align", project.path(), "runs", "--maturity", "Pressure"}), 1,
+                     "has no variable Pressure");
+  EXPECT_EQ(
+      RunNcds({"align", project.path(), "runs", "--maturity", "Time", "--phase-points", "Growth"})
+          .code,
+      2);
+  EXPECT_EQ(Listing(project.path()) + Listing(other.path()), before);
+  o = RunNcds({"align", other.path(), "1", "--maturity", "Time", "--smooth", "--name", "ok"});
+  EXPECT_EQ(o.code, 0) << o.err;
+  // "$Time" is made for the source first: each batch's position from its start.
+  o = RunNcds({"align", project.path(), "runs", "--maturity", "$Time", "--relative", "--points",
+               "2", "--name", "by time"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(RunNcds({"show", project.path(), "runs"}).out.find("$Time"), std::string::npos);
+}
+
 TEST(Cli, RowsWhoseRecordsAreGoneArePointedOutAndDropped) {
   const ncds::test::TempFile data("cli_lost.csv");
   const ncds::test::TempFile project("cli_lost.ncds");
@@ -345,9 +390,9 @@ TEST(Cli, BatchFilesThatCannotBeImported) {
 
 TEST(Cli, EveryCommandExplainsItself) {
   const std::vector<std::pair<std::string, std::string>> commands = {
-      {"import", "--missing"},    {"list", "PROJECT"},    {"show", "--rows"},
-      {"export", "--output"},     {"delete", "DATASET"},  {"batches", "DATASET"},
-      {"delete-batches", "--in"}, {"rename-phase", "NEW"}};
+      {"import", "--missing"},    {"list", "PROJECT"},     {"show", "--rows"},
+      {"export", "--output"},     {"delete", "DATASET"},   {"batches", "DATASET"},
+      {"delete-batches", "--in"}, {"rename-phase", "NEW"}, {"align", "--phase-points"}};
   for (const auto& [command, option] : commands) {
     const Outcome o = RunNcds({command, "--help"});
     EXPECT_EQ(o.code, 0) << command;

@@ -1,0 +1,111 @@
+#ifndef NCDS_BATCH_DATASETALIGNMENT_H
+#define NCDS_BATCH_DATASETALIGNMENT_H
+
+// How a batch dataset is aligned onto a common maturity grid, and the operation that does it:
+// `Apply` makes a new batch dataset in the same project whose batches all have the same rows.
+//
+// For every batch the maturity column (any variable of the dataset, "$Time" included) is taken,
+// non-finite values counting as missing; with `smooth` it is first made monotone batch by
+// batch (`Smooth::SmoothVector`, one segment per batch, running from the batch's first to its
+// last valid value). The grid has `points` evenly spaced maturities from the smallest to the
+// largest that the batches reach (from the largest to the smallest when the maturity falls
+// through the batches). Phase-wise alignment (`SetPhasePoints`) gives each phase its own
+// grid of its own number of points over the range that phase reaches; a batch's phases
+// follow each other in the order of the dataset's phase list, each phase in one piece. With
+// `relative`, each batch's (or each phase's) maturity is first rescaled to 0-100 % of its own
+// range, so that every batch fills the grid.
+//
+// Every column is interpolated onto the grid (`BatchAligner`), except qualitative ones, which
+// take the level of the nearest row, as does the phase of a row in whole-batch alignment.
+// Batches shorter than the grid end in missing values, or hold their end values with
+// `extend`. A batch with fewer than two valid maturities gives missing rows. New rows are
+// named "<batch>@<grid position>" and carry their batch and phase; the new dataset records
+// its source dataset and keeps this alignment, aligners included, so that a new batch can
+// later be aligned the same way.
+//
+// Persistent: magic "ALIGNMENT", version 1; tag 0 the maturity variable ID, 1 relative, 2
+// smooth, 3 extend, 4 the points, 5 the phases with their points and aligners (a four-byte
+// count, then per phase its name, its points and the "Aligner" stream).
+
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ncds/batch/BatchAligner.h"
+#include "ncds/foundations/VStreamBase.h"
+#include "ncds/foundations/VStreamableData.h"
+#include "ncds/ncds_export.h"
+
+class NCDataSet;
+
+class NCDS_EXPORT DataSetAlignment : public VStreamBase {
+ public:
+  // What `Apply` did.
+  struct Result {
+    boost::shared_ptr<NCDataSet> dataSet;
+    int batches = 0;         // batches aligned
+    int points = 0;          // rows per batch
+    int shortBatches = 0;    // batches whose maturity ends before the grid: extended or cut short
+    int missingBatches = 0;  // batches (or phases of batches) with fewer than two maturities
+  };
+
+  // Aligns on the variable `maturityID` onto `points` points.
+  explicit DataSetAlignment(unsigned long maturityID = 0, int points = 100);
+  DataSetAlignment(const DataSetAlignment& other);
+  DataSetAlignment& operator=(const DataSetAlignment& other);
+  ~DataSetAlignment() override;
+
+  unsigned long GetMaturityID() const { return mMaturityID; }
+  int GetPoints() const { return mPoints; }
+  // Phase-wise alignment: the number of points of each phase; every phase of the dataset must
+  // have one. Empty: whole batches.
+  const std::vector<std::pair<std::string, int>>& GetPhasePoints() const { return mPhasePoints; }
+  void SetPhasePoints(std::vector<std::pair<std::string, int>> phasePoints);
+  bool IsRelative() const { return mRelative; }
+  void SetRelative(bool relative) { mRelative = relative; }
+  bool IsSmoothed() const { return mSmooth; }
+  void SetSmoothed(bool smooth) { mSmooth = smooth; }
+  bool IsExtended() const { return mExtend; }
+  void SetExtended(bool extend) { mExtend = extend; }
+  // The aligners of the last `Apply` (or read), one per phase in phase order ("" for whole
+  // batches).
+  const std::vector<std::pair<std::string, BatchAligner>>& GetAligners() const { return mAligners; }
+
+  // Aligns `source` into a new batch dataset `name` numbered `number` in the source's project
+  // (which the caller saves). Throws `NCError` for a dataset that is not a batch dataset, a
+  // maturity that is not one of its variables or has no two values in any batch, a count of
+  // points below 1, a phase without its count or in several pieces within a batch, and a
+  // maturity that turns back in a batch (naming the first such batch); nothing is added to
+  // the project then.
+  Result Apply(NCDataSet& source, const std::string& name, int number);
+
+  bool operator==(const DataSetAlignment& other) const;
+
+  static std::int16_t GetVStreamVersionNumber() { return msVStreamData.GetVStreamVersionNumber(); }
+  static std::int16_t GetMyVStreamVersionNumber() {
+    return msVStreamData.GetMyVStreamVersionNumber();
+  }
+
+ protected:
+  bool VStreamableStartWrite(std::ostream& os) const override;
+  bool VStreamableStartRead(std::istream& is) override;
+  void VStreamableReset() const override;
+
+ private:
+  bool ReadStreamDirectory(std::istream& is);
+
+  VStreamGuard mGuard;
+  unsigned long mMaturityID;
+  int mPoints;
+  std::vector<std::pair<std::string, int>> mPhasePoints;
+  bool mRelative = false;
+  bool mSmooth = false;
+  bool mExtend = false;
+  std::vector<std::pair<std::string, BatchAligner>> mAligners;
+  static const VStreamableData msVStreamData;
+};
+
+#endif  // NCDS_BATCH_DATASETALIGNMENT_H
