@@ -366,11 +366,19 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
         added.push_back(id);
       }
     }
+    // The new rows have names, batches and phases only: the other ID series stay unused.
+    std::vector<int> aliases;
+    for (const int series : source.GetUsedObsAliases()) {
+      if (series == 1 || series == batchSeries || series == phaseSeries) aliases.push_back(series);
+    }
+    if (std::find(aliases.begin(), aliases.end(), 1) == aliases.end()) {
+      aliases.insert(aliases.begin(), 1);
+    }
     const std::string log = (ExceptionMessage::translate("Aligned from dataset {1} \"{2}\".") %
                              source.GetNumber() % source.GetName())
                                 .str();
     result.dataSet = NCDataSet::Create(project, name.c_str(), number, std::move(aligned),
-                                       std::move(infos), &varIDs, source.GetUsedObsAliases(),
+                                       std::move(infos), &varIDs, aliases,
                                        source.GetUsedVarAliases(), log.c_str(), nullptr, nullptr);
     BatchUtilities::MakeBatchDataSet(*result.dataSet, batchSeries, std::max(phaseSeries, 0));
     result.dataSet->SetSource(result.dataSet->GetDataType(),
