@@ -1,5 +1,6 @@
 // Feeds arbitrary bytes to the readers of the centering records: default center values, the
-// imported local centering information, its per-phase averages and the triple key. Whatever
+// imported local centering information, its per-phase averages, the triple key and a
+// dataset's local centers (which are then looked up and subtracted from a small batch). Whatever
 // reads must write and read back to the same bytes. What reads is also used: defaults are
 // looked up, the imported centers go through a configuration's XML text and back unchanged,
 // and their averages are built over variables that know every name.
@@ -95,6 +96,41 @@ void Trippel(const std::string& bytes) {
   if (!again.Read(back) || again != triple || TrippelBytes(again) != written) std::abort();
 }
 
+// Three rows of two batches and a column per variable the centers name (up to four).
+void CenteringData(const std::string& bytes) {
+  LocalCenteringData object;
+  LocalCenteringData again;
+  if (!ncds::fuzz::RoundTrip(bytes, object, again)) return;
+  const std::map<std::string, int> names = object.GetIDNames();
+  if (object.GetLocalCenteringDataAsMat(&names).SizeColumns() != object.SizeVars()) std::abort();
+  static const boost::shared_ptr<NCProject> project = [] {
+    auto made = NCProject::Create();
+    made->GetObservations().AddSecondaryID("Batch");
+    made->GetObservations().AddSecondaryID("Phase");
+    made->SetBatchIdentifierSeries(2);
+    return made;
+  }();
+  static const VarObsInfoVector<ObservationInfo> rows = [] {
+    VarObsInfoVector<ObservationInfo> made;
+    const char* const batches[] = {"B1", "B1", "B2"};
+    for (const char* batch : batches) {
+      const unsigned long id = project->CreateUniqueID();
+      made.push_back(project->GetObservations().Add(
+          std::make_unique<ObservationInfo>(std::vector<std::string>{"o", batch, "P1"}, id),
+          nullptr));
+    }
+    return made;
+  }();
+  NCIntegralVector<unsigned long, 0> varIDs = object.GetVariableIDs();
+  if (varIDs.size() > 4) varIDs.RemoveValues(4, varIDs.size() - 4);
+  NCDataMatrix<float> data(rows.size(), varIDs.size(), 1.0F);
+  object.Subtract(data, rows, varIDs, *project, nullptr);
+  NCDataMatrix<float> centers;
+  NCIntegralVector<unsigned long, 0> centerIDs;
+  object.GetSubtractionMatrix(centers, centerIDs, rows, varIDs, *project, nullptr);
+  if (centerIDs.size() != centers.SizeColumns()) std::abort();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -103,5 +139,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Centering(bytes);
   Averages(bytes);
   Trippel(bytes);
+  CenteringData(bytes);
   return 0;
 }

@@ -27,6 +27,7 @@
 #include "ncds/derived/DSGenVarData.h"
 #include "ncds/derived/DefaultCenterValues.h"
 #include "ncds/derived/IndexTrippel.h"
+#include "ncds/derived/LocalCenteringData.h"
 #include "ncds/derived/LocalCenteringInfo.h"
 #include "ncds/foundations/BoolVector.h"
 #include "ncds/foundations/ConfigurationSection.h"
