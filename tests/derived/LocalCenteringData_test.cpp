@@ -129,6 +129,13 @@ TEST(LocalCenteringData, SubtractsRunsWithDefaultsKeepingMissingCells) {
       asked, rows.dataSet->GetObservationInfoVector(), defaults.get()));
   EXPECT_TRUE(LocalCenteringData().HasLocalCenteringData(ids, {"B1"}, defaults.get()));
 
+  // The dataset keeps its centers through its stream.
+  rows.dataSet->SetLocalCenteringData(&data);
+  const auto read = NCDataSet::Create(rows.project, rows.dataSet->GetNumber());
+  ASSERT_TRUE(ReadFromString(WriteToString(*rows.dataSet), *read));
+  ASSERT_TRUE(read->GetLocalCenteringData());
+  EXPECT_EQ(*read->GetLocalCenteringData(), data);
+
   // Centers of a variable the project no longer has go.
   data.AddInfo(1, 424242, 2, "B1", -1, "");
   EXPECT_THROW(data.GetUsedVarAliases(rows.project->GetVariables()), NCInternalError);

@@ -9,6 +9,7 @@
 #include "ncds/batch/ClassInfoVector.h"
 #include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/NCProjectBase.h"
+#include "ncds/derived/LocalCenteringData.h"
 #include "ncds/derived/LocalCenteringInfo.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/Messages.h"
@@ -544,6 +545,11 @@ void NCDataSet::SetPhaseInfoVector(const ClassInfoVector* phases) {
 
 void NCDataSet::SetAlignment(const DataSetAlignment* alignment) {
   mAlignment = alignment ? std::make_unique<DataSetAlignment>(*alignment) : nullptr;
+  mDirty = true;
+}
+
+void NCDataSet::SetLocalCenteringData(const LocalCenteringData* centers) {
+  mLocalCenters = centers ? std::make_unique<LocalCenteringData>(*centers) : nullptr;
   mDirty = true;
 }
 

@@ -46,6 +46,7 @@
 class BatchInfoVector;
 class ClassInfoVector;
 class DataSetAlignment;
+class LocalCenteringData;
 class LocalCenteringInfo;
 class TrimdVarStruct;
 
@@ -191,6 +192,9 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   // How this dataset was aligned from its source, or null; set copies it in (null drops it).
   const DataSetAlignment* GetAlignment() const { return mAlignment.get(); }
   void SetAlignment(const DataSetAlignment* alignment);
+  // The dataset's local centers (kept with it), or null; set copies them in (null drops them).
+  const LocalCenteringData* GetLocalCenteringData() const { return mLocalCenters.get(); }
+  void SetLocalCenteringData(const LocalCenteringData* centers);
 
   // The column IDs of dataset `number` of `project`; empty when it has none.
   static NCIntegralVector<unsigned long, 0> GetVariableIDs(const NCProjectBase& project,
@@ -294,6 +298,7 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   mutable bool mDirty = false;
   std::unique_ptr<LocalCenteringInfo> mLocalCentering;
   std::unique_ptr<DataSetAlignment> mAlignment;
+  std::unique_ptr<LocalCenteringData> mLocalCenters;
   int mDataType = kOrdinary;
   unsigned long mSourceID;
   boost::shared_ptr<BatchInfoVector> mBatches;

@@ -22,6 +22,7 @@
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/dataset/TrimdVarStruct.h"
 #include "ncds/dataset/detail/DataSetStreamParts.h"
+#include "ncds/derived/LocalCenteringData.h"
 #include "ncds/derived/LocalCenteringInfo.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/InputStreamDirectory.h"
@@ -63,6 +64,7 @@ enum DataSetTag : std::uint16_t {
   kTagUsedObsAliases = 17,
   kTagUsedVarAliases = 18,
   kTagAlignment = 19,
+  kTagLocalCenters = 20,
 };
 
 constexpr std::uint8_t kEmptySlot = 0;
@@ -176,8 +178,10 @@ bool NCDataSet::VStreamableWriteBases(std::ostream& os) const { return static_ca
 
 bool NCDataSet::VStreamableWrite(std::ostream& os) const {
   namespace d = ncds::detail;
-  // An aligned dataset's alignment is one entry more; other datasets keep the 19 of old.
-  OutputStreamDirectory directory(os, d::kNumberOfTags + (mAlignment ? 1 : 0));
+  // An alignment and local centers are an entry more each; other datasets keep the 19 of old.
+  OutputStreamDirectory directory(
+      os, static_cast<std::uint16_t>(d::kNumberOfTags + (mAlignment ? 1 : 0) +
+                                     (mLocalCenters ? 1 : 0)));
   bool ok = WriteToStreamDir(mBatchInfoNeedsUpdate, directory, d::kTagBatchInfoNeedsUpdate) &&
             WriteToStreamDir(mImportLog, directory, d::kTagImportLog);
   if (ok && mBatches) ok = WriteToStreamDir(*mBatches, directory, d::kTagBatches);
@@ -200,6 +204,7 @@ bool NCDataSet::VStreamableWrite(std::ostream& os) const {
        d::WriteAliases(mUsedObsAliases, directory.GetOutput(d::kTagUsedObsAliases)) &&
        d::WriteAliases(mUsedVarAliases, directory.GetOutput(d::kTagUsedVarAliases));
   if (ok && mAlignment) ok = WriteToStreamDir(*mAlignment, directory, d::kTagAlignment);
+  if (ok && mLocalCenters) ok = WriteToStreamDir(*mLocalCenters, directory, d::kTagLocalCenters);
   if (!ok) os.setstate(std::ios_base::badbit);
   if (!directory.Close() || !ok) return false;
   mDirty = false;
@@ -248,6 +253,7 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
   bool observationsSorted = false;
   std::unique_ptr<LocalCenteringInfo> localCentering;
   std::unique_ptr<DataSetAlignment> alignment;
+  std::unique_ptr<LocalCenteringData> localCenters;
   std::int32_t dataType = mDataType;
   std::uint32_t sourceID = NCUniqueIDs::kNone;
   std::vector<int> obsAliases;
@@ -301,6 +307,10 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
         alignment = std::make_unique<DataSetAlignment>();
         ReadFromStreamDir(*alignment, directory, d::kTagAlignment, true);
       }
+      if (directory.HasTag(d::kTagLocalCenters)) {
+        localCenters = std::make_unique<LocalCenteringData>();
+        ReadFromStreamDir(*localCenters, directory, d::kTagLocalCenters, true);
+      }
     }
   } catch (const VxStreamError&) {
     ok = false;
@@ -347,6 +357,7 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
   mObservationsSorted = observationsSorted;
   mLocalCentering = std::move(localCentering);
   mAlignment = std::move(alignment);
+  mLocalCenters = std::move(localCenters);
   mDataType = dataType;
   // An ordinary dataset has the fixed source whatever a stream says.
   mSourceID = mDataType == kOrdinary ? NCUniqueIDs::kNone : sourceID;

@@ -20,7 +20,8 @@
 // count, then per variable (ascending ID) its ID and first-key count, per first key its index,
 // value and second-key count, per second key its index, value and center (counts and indexes
 // four bytes, values binary strings, centers four-byte floats). A failed read answers false and
-// leaves the store empty. Copyable (deep); not synchronised.
+// leaves the store empty. A dataset keeps its store and writes it with itself. Copyable
+// (deep); not synchronised.
 
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
