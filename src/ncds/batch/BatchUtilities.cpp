@@ -18,6 +18,7 @@
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/UniqueIDs.h"
 #include "ncds/metadata/VariableInfo.h"
+#include "ncds/metadata/detail/UserIDAt.h"
 
 namespace BatchUtilities {
 namespace {
@@ -85,8 +86,12 @@ class Groups {
 
   int BatchSeries() const { return mBatchSeries; }
   int PhaseSeries() const { return mPhaseSeries; }
-  const std::string& Batch(const ObservationInfo& row) const { return ID(row, mBatchSeries); }
-  const std::string& Phase(const ObservationInfo& row) const { return ID(row, mPhaseSeries); }
+  const std::string& Batch(const ObservationInfo& row) const {
+    return ncds::detail::UserIDAt(row, mBatchSeries);
+  }
+  const std::string& Phase(const ObservationInfo& row) const {
+    return ncds::detail::UserIDAt(row, mPhaseSeries);
+  }
   // Whether `row` is in the group of `first`; a row without a record is in no group.
   bool Same(const ObservationInfo& first, const ObservationInfo* row) const {
     if (!row) return false;
@@ -95,14 +100,6 @@ class Groups {
   }
 
  private:
-  // The row's ID of 1-based `series`, read in place: this is the inner loop of every search.
-  static const std::string& ID(const ObservationInfo& row, int series) {
-    const std::vector<std::string>& ids = row.GetUserIDs();
-    return series >= 1 && static_cast<std::size_t>(series) <= ids.size()
-               ? ids[static_cast<std::size_t>(series - 1)]
-               : VxStdString::Empty();
-  }
-
   int mBatchSeries;
   int mPhaseSeries;
   bool mOrPhase;

@@ -15,6 +15,7 @@
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/VariableInfo.h"
+#include "ncds/metadata/detail/UserIDAt.h"
 
 namespace ncds::detail {
 namespace {
@@ -63,15 +64,6 @@ std::vector<float> Flat(const FirstKeys& centers) {
   return values;
 }
 
-// The identifier of `row` in 1-based `series` ("" beyond its identifiers), read in place.
-const std::string& Identifier(const ObservationInfo& row, int series) {
-  static const std::string empty;
-  const std::vector<std::string>& ids = row.GetUserIDs();
-  return series >= 1 && static_cast<std::size_t>(series) <= ids.size()
-             ? ids[static_cast<std::size_t>(series - 1)]
-             : empty;
-}
-
 // The runs of rows whose identifiers agree in every series of `series`; a row without a
 // record is a run of its own. Computed once per set of series and shared by the variables.
 class Partitions {
@@ -87,7 +79,7 @@ class Partitions {
       const ObservationInfo* row = mRows[r];
       bool same = row && previous;
       for (std::size_t k = 0; same && k < series.size(); ++k) {
-        same = Identifier(*row, series[k]) == Identifier(*previous, series[k]);
+        same = UserIDAt(*row, series[k]) == UserIDAt(*previous, series[k]);
       }
       if (!same) starts.push_back(r);
       previous = row;

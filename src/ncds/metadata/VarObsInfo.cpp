@@ -19,6 +19,7 @@
 #include "ncds/foundations/detail/ByteWriter.h"
 #include "ncds/foundations/detail/OneBased.h"
 #include "ncds/metadata/VarObs.h"
+#include "ncds/metadata/detail/UserIDAt.h"
 
 namespace ncds::detail {
 namespace {
@@ -58,10 +59,7 @@ bool VarObsInfo::operator==(const VarObsInfo& other) const {
   return VxStdString::CompareNoCase(mIDs.front(), other.mIDs.front()) == 0;
 }
 
-const std::string& VarObsInfo::GetUserID(int i) const {
-  std::size_t position = 0;
-  return ToPosition(i, mIDs.size(), position) ? mIDs[position] : VxStdString::Empty();
-}
+const std::string& VarObsInfo::GetUserID(int i) const { return ncds::detail::UserIDAt(*this, i); }
 
 float VarObsInfo::GetUserFloatID(int i) const {
   std::size_t position = 0;
