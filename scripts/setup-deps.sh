@@ -10,7 +10,7 @@ packages=(
   libboost-dev libboost-locale-dev libboost-thread-dev libboost-date-time-dev
   libgtest-dev libgmock-dev libbenchmark-dev libfast-float-dev libpugixml-dev libsqlite3-dev
   libcli11-dev
-  libdeflate-dev
+  libdeflate-dev libmuparser-dev libmd-dev
   ccache
 )
 if [[ "${1:-}" == "--ci" ]]; then
