@@ -77,6 +77,33 @@ Floats ColumnOf(const NCDataMatrix<float>& matrix, std::size_t column) {
   return Floats(matrix.ColumnData(column), matrix.ColumnData(column) + matrix.SizeRows());
 }
 
+TEST(LocalCenteringData, ImportedCentersCenterTheDatasetsValues) {
+  Centered rows;
+  LocalCenteringInfo info;
+  info.AddData("B1", "P1", "Y", 10);
+  info.AddData("B1", "P2", "y", 20);  // names ignore case
+  info.AddData("B2", "P1", "Y", 30);
+  info.AddData("B1", "P1", "X", 1);
+  info.AddData("B2", "P1", "X", M);  // missing: the row takes a default
+  rows.dataSet->ImportLocalCenters(info);
+  ASSERT_NE(rows.dataSet->GetLocalCenteringInfo(), nullptr);
+  EXPECT_EQ(*rows.dataSet->GetLocalCenteringInfo(), info);
+
+  // B3 has no centers and P2 none for X: the means of their phase (else of all) stand in.
+  const NCDataMatrix<float> centered = rows.dataSet->GetData(true, nullptr);
+  EXPECT_EQ(ColumnOf(centered, 0), (Floats{-1, 0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(ColumnOf(centered, 1), (Floats{-10, -9, M, -17, -26, -25, -14}));
+  EXPECT_EQ(ColumnOf(rows.dataSet->GetData(false, nullptr), 1), (Floats{0, 1, M, 3, 4, 5, 6}));
+
+  // A name that is no column is refused and the centers stay as they were.
+  const LocalCenteringData before = *rows.dataSet->GetLocalCenteringData();
+  LocalCenteringInfo unknown;
+  unknown.AddData("B1", "P1", "Z", 5);
+  EXPECT_THROW(rows.dataSet->ImportLocalCenters(unknown), Exception);
+  EXPECT_EQ(*rows.dataSet->GetLocalCenteringData(), before);
+  EXPECT_EQ(*rows.dataSet->GetLocalCenteringInfo(), info);
+}
+
 TEST(LocalCenteringData, SubtractsRunsWithDefaultsKeepingMissingCells) {
   Centered rows;
   const NCIntegralVector<unsigned long, 0> ids = rows.varIDs();
@@ -88,7 +115,9 @@ TEST(LocalCenteringData, SubtractsRunsWithDefaultsKeepingMissingCells) {
   auto defaults = boost::make_shared<DefaultCenterValues>();
   defaults->SetRules(ids[1], {{-1, "", 100.0F}});
 
-  // B3 has no center: 0, unless the centers are keyed on the batch-identifier series.
+  // B3 has no center: 0, unless the centers are keyed on the batch-identifier series, which
+  // is the series naming the batches unless the project designates another.
+  rows.project->SetBatchIdentifierSeries(4);
   NCDataMatrix<float> centers;
   NCIntegralVector<unsigned long, 0> centerIDs;
   data.GetSubtractionMatrix(centers, centerIDs, rows.dataSet->GetObservationInfoVector(), ids,
@@ -96,7 +125,8 @@ TEST(LocalCenteringData, SubtractsRunsWithDefaultsKeepingMissingCells) {
   ASSERT_EQ(centerIDs.size(), 1U);
   EXPECT_EQ(centerIDs[0], ids[1]);
   EXPECT_EQ(ColumnOf(centers, 0), (Floats{10, 10, 20, 20, 30, 30, 0}));
-  rows.project->SetBatchIdentifierSeries(2);
+  rows.project->SetBatchIdentifierSeries(0);
+  EXPECT_EQ(rows.project->GetBatchIdentifierSeries(), 2);
   NCDataMatrix<float> keyed;
   NCIntegralVector<unsigned long, 0> keyedIDs;
   data.GetSubtractionMatrix(keyed, keyedIDs, rows.dataSet->GetObservationInfoVector(), ids,

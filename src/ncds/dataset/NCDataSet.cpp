@@ -615,7 +615,30 @@ void NCDataSet::UpdateSortFlags() const {
 }
 
 NCDataMatrix<float> NCDataSet::DoGetData(
-    bool /*centered*/, boost::shared_ptr<DefaultCenterValues const> /*defaults*/) const {
-  // Without local centering information the centered values are the values themselves.
-  return mData;
+    bool centered, boost::shared_ptr<DefaultCenterValues const> defaults) const {
+  NCDataMatrix<float> values = mData;
+  // Without local centers the centered values are the values themselves.
+  const auto project = GetProject();
+  if (!centered || !mLocalCenters || !project) return values;
+  if (!defaults) {
+    defaults = boost::make_shared<const DefaultCenterValues>(mLocalCenters->GetDefaultCenters());
+  }
+  mLocalCenters->Subtract(values, mObsInfos, mVarIDs, *project, defaults);
+  return values;
+}
+
+void NCDataSet::ImportLocalCenters(const LocalCenteringInfo& info) {
+  const auto project = GetProject();
+  if (!project) return;
+  std::vector<VariableInfo*> columns;
+  columns.reserve(mVarIDs.size());
+  for (const unsigned long id : mVarIDs) {
+    columns.push_back(project->GetVariables()[id]);
+  }
+  const NCObservations& observations = project->GetObservations();
+  LocalCenteringData centers = mLocalCenters ? *mLocalCenters : LocalCenteringData();
+  info.AddTo(centers, &columns, project->GetBatchIdentifierSeries(), observations.GetPhaseIDRaw());
+  mLocalCentering = std::make_unique<LocalCenteringInfo>(info);
+  mLocalCenters = std::make_unique<LocalCenteringData>(std::move(centers));
+  mDirty = true;
 }

@@ -196,6 +196,11 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   const LocalCenteringData* GetLocalCenteringData() const { return mLocalCenters.get(); }
   void SetLocalCenteringData(const LocalCenteringData* centers);
 
+  // Takes imported centers: keeps a copy of `info` and adds its centers to the local centers,
+  // keyed by the batch and phase names of the rows (replacing centers under the same keys).
+  // Throws `Exception` for a variable name that is not a column, changing nothing.
+  void ImportLocalCenters(const LocalCenteringInfo& info);
+
   // The column IDs of dataset `number` of `project`; empty when it has none.
   static NCIntegralVector<unsigned long, 0> GetVariableIDs(const NCProjectBase& project,
                                                            int number);

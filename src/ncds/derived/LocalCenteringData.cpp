@@ -313,6 +313,20 @@ void LocalCenteringData::AddInfo(float value, unsigned long varID, int index1, c
   Changed();
 }
 
+DefaultCenterValues LocalCenteringData::GetDefaultCenters() const {
+  DefaultCenterValues defaults;
+  DefaultCenterValues::CenterTable table;
+  for (const auto& [varID, firstKeys] : mCenters) {
+    table.clear();
+    for (const auto& [first, secondKeys] : firstKeys) {
+      for (const auto& [second, center] : secondKeys)
+        table.emplace(std::pair(first, second), center);
+    }
+    defaults.AddVar(varID, table);
+  }
+  return defaults;
+}
+
 float LocalCenteringData::GetInfo(unsigned long varID, int index1, const char* value1, int index2,
                                   const char* value2) const {
   namespace d = ncds::detail;

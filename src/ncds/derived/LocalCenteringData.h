@@ -83,6 +83,10 @@ class NCDS_EXPORT LocalCenteringData : public VStreamBase {
                              const std::vector<std::string>& observationNames,
                              const DefaultCenterValues* defaults) const;
 
+  // Default centers derived from the stored ones (see `DefaultCenterValues::AddVar`): for a
+  // group without a center of its own, the mean of its phase over the batches that have one.
+  DefaultCenterValues GetDefaultCenters() const;
+
   // Drops the centers of the variables `variables` no longer holds.
   void PurgeUnUsedVars(const NCVariables& variables);
   // The variable ID series (2 and up) in which some variable with centers has an ID; cached

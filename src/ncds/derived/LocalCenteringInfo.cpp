@@ -1,11 +1,13 @@
 #include "ncds/derived/LocalCenteringInfo.h"
 
+#include <cmath>
 #include <istream>
 #include <ostream>
 #include <string>
 #include <unordered_map>
 #include <utility>
 
+#include "ncds/derived/LocalCenteringData.h"
 #include "ncds/foundations/ConfigurationSection.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/InputStreamDirectory.h"
@@ -134,30 +136,44 @@ void LocalCenteringInfo::Load(ConfigurationSection* section) {
   }
 }
 
-std::unique_ptr<AVGLocalCenteringInfo> LocalCenteringInfo::BuildDefLocalCenteringInfo(
-    const std::vector<VariableInfo*>* variables) const {
-  // Variable IDs by name, the first variable of a name winning.
-  std::unordered_map<std::string_view, unsigned long, VxStdString::NoCaseHash,
-                     VxStdString::NoCaseEqual>
-      ids;
+namespace {
+
+// Variable IDs by name (ignoring case), the first variable of a name winning.
+using IDsByName = std::unordered_map<std::string_view, unsigned long, VxStdString::NoCaseHash,
+                                     VxStdString::NoCaseEqual>;
+
+IDsByName IndexByName(const std::vector<VariableInfo*>* variables) {
+  IDsByName ids;
   if (variables) {
     for (const VariableInfo* variable : *variables) {
       if (variable) ids.emplace(variable->GetUserID(1), variable->GetUniqueID());
     }
   }
+  return ids;
+}
+
+unsigned long FindVariable(const IDsByName& ids, const std::string& name) {
+  const auto id = ids.find(name);
+  if (id == ids.end()) {
+    throw Exception(ExceptionMessage::translate(
+        "Local centering information was found for an unknown variable.\nRe-importing the "
+        "local centering information might solve the problem."));
+  }
+  return id->second;
+}
+
+}  // namespace
+
+std::unique_ptr<AVGLocalCenteringInfo> LocalCenteringInfo::BuildDefLocalCenteringInfo(
+    const std::vector<VariableInfo*>* variables) const {
+  const IDsByName ids = IndexByName(variables);
   struct Sum {
     double total = 0.0;
     std::size_t count = 0;
   };
   std::map<AVGLocalCenteringInfo::Key, Sum> sums;
   for (const auto& [triple, center] : mCenters) {
-    const auto id = ids.find(triple.GetVariable());
-    if (id == ids.end()) {
-      throw Exception(ExceptionMessage::translate(
-          "Local centering information was found for an unknown variable.\nRe-importing the "
-          "local centering information might solve the problem."));
-    }
-    Sum& sum = sums[{triple.GetPhase(), id->second}];
+    Sum& sum = sums[{triple.GetPhase(), FindVariable(ids, triple.GetVariable())}];
     if (center != ncds::detail::kMissing) {
       sum.total += center;
       ++sum.count;
@@ -171,6 +187,24 @@ std::unique_ptr<AVGLocalCenteringInfo> LocalCenteringInfo::BuildDefLocalCenterin
     averages->AddData(key.first.c_str(), key.second, mean);
   }
   return averages;
+}
+
+void LocalCenteringInfo::AddTo(LocalCenteringData& centers,
+                               const std::vector<VariableInfo*>* variables, int batchSeries,
+                               int phaseSeries) const {
+  const IDsByName ids = IndexByName(variables);
+  // Every name is checked before the first center is stored.
+  std::vector<unsigned long> varIDs;
+  varIDs.reserve(mCenters.size());
+  for (const auto& entry : mCenters) varIDs.push_back(FindVariable(ids, entry.first.GetVariable()));
+  auto varID = varIDs.begin();
+  for (const auto& [triple, center] : mCenters) {
+    const unsigned long id = *varID++;
+    if (center == ncds::detail::kMissing || std::isnan(center)) continue;
+    const bool byPhase = phaseSeries >= 1 && !triple.GetPhase().empty();
+    centers.AddInfo(center, id, batchSeries, triple.GetBatch().c_str(), byPhase ? phaseSeries : -1,
+                    byPhase ? triple.GetPhase().c_str() : "");
+  }
 }
 
 bool LocalCenteringInfo::VStreamableStartWrite(std::ostream& os) const {

@@ -33,6 +33,7 @@
 #include "ncds/ncds_export.h"
 
 class ConfigurationSection;
+class LocalCenteringData;
 class VariableInfo;
 
 class NCDS_EXPORT LocalCenteringInfo : public VStreamBase {
@@ -81,6 +82,13 @@ class NCDS_EXPORT LocalCenteringInfo : public VStreamBase {
   // the list; a null list holds no variable.
   std::unique_ptr<AVGLocalCenteringInfo> BuildDefLocalCenteringInfo(
       const std::vector<VariableInfo*>* variables) const;
+  // Stores the centers in `centers` (replacing those under the same keys), keyed by the batch
+  // name in observation ID series `batchSeries` and, when `phaseSeries` is 1 or more and the
+  // triple names a phase, by the phase name in series `phaseSeries`; variables are found by
+  // name as above. Missing centers (-99.0) are not stored: their rows take default centers.
+  // Throws the same `Exception` for an unknown variable, and then changes nothing.
+  void AddTo(LocalCenteringData& centers, const std::vector<VariableInfo*>* variables,
+             int batchSeries, int phaseSeries) const;
 
   static std::int16_t GetVStreamVersionNumber() { return msVStreamData.GetVStreamVersionNumber(); }
   static std::int16_t GetMyVStreamVersionNumber() {

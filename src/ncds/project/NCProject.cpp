@@ -163,6 +163,10 @@ bool NCProject::RestoreDataSet(std::string stream, boost::shared_ptr<NCDataSetIn
   return true;
 }
 
+int NCProject::GetBatchIdentifierSeries() const {
+  return mBatchIdentifierSeries > 0 ? mBatchIdentifierSeries : GetObservations().GetBatchIDRaw();
+}
+
 bool NCProject::RemoveDataSet(int number) {
   const auto it = mDataSets.find(number);
   if (it == mDataSets.end()) return false;

@@ -94,7 +94,9 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   RUSPData& GetRUSPData() { return *mRUSPData; }
   const RUSPData& GetRUSPData() const { return *mRUSPData; }
 
-  int GetBatchIdentifierSeries() const override { return mBatchIdentifierSeries; }
+  // The series set here, else the series in which the observations name their batches (0 when
+  // they have none).
+  int GetBatchIdentifierSeries() const override;
   void SetBatchIdentifierSeries(int series) { mBatchIdentifierSeries = series; }
 
  protected:
