@@ -137,6 +137,11 @@ TEST(LocalCenteringData, SubtractsRunsWithDefaultsKeepingMissingCells) {
   data.Subtract(values, rows.dataSet->GetObservationInfoVector(), ids, *rows.project, defaults);
   EXPECT_EQ(ColumnOf(values, 0), (Floats{0, 1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(ColumnOf(values, 1), (Floats{-10, -9, M, -17, -26, -25, -94}));
+  // Subtracting the matrix itself gives the same values.
+  NCDataMatrix<float> viaMatrix = rows.dataSet->GetMatrix();
+  LocalCenteringData::SubtractMatrix(viaMatrix, ids, keyed, keyedIDs);
+  EXPECT_EQ(ColumnOf(viaMatrix, 0), ColumnOf(values, 0));
+  EXPECT_EQ(ColumnOf(viaMatrix, 1), ColumnOf(values, 1));
 
   // An empty store without defaults hands back new empty defaults and changes nothing.
   NCDataMatrix<float> untouched(2, 2);

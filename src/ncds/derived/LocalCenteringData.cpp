@@ -12,6 +12,7 @@
 #include "ncds/foundations/InputStreamDirectory.h"
 #include "ncds/foundations/OutputStreamDirectory.h"
 #include "ncds/foundations/StreamPrimitives.h"
+#include "ncds/foundations/detail/Prefetch.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/VariableInfo.h"
@@ -22,6 +23,32 @@ namespace {
 
 constexpr float kMissing = -99.0F;
 constexpr std::uint32_t kMissingBits = 0xC2C60000U;  // the bits of -99.0F
+
+// `value` - `center`, or `value` itself when it is missing. The choice is made on the bits
+// with integer operations only: GCC vectorizes that loop under the default floating-point
+// rules, where a float compare or select would keep it scalar.
+inline float SubtractUnlessMissing(float value, float center) {
+  const float centered = value - center;
+  std::uint32_t bits = 0;
+  std::uint32_t centeredBits = 0;
+  std::memcpy(&bits, &value, sizeof bits);
+  std::memcpy(&centeredBits, &centered, sizeof centeredBits);
+  const std::uint32_t keep = 0U - static_cast<std::uint32_t>(bits == kMissingBits);
+  const std::uint32_t result = (bits & keep) | (centeredBits & ~keep);
+  float out = 0.0F;
+  std::memcpy(&out, &result, sizeof out);
+  return out;
+}
+
+// Subtracts `center` (one for all cells, or one per cell) from the `count` cells at `column`.
+void SubtractKeepingMissing(float* column, std::size_t count, float center) {
+  for (std::size_t r = 0; r < count; ++r) column[r] = SubtractUnlessMissing(column[r], center);
+}
+void SubtractKeepingMissing(float* __restrict column, std::size_t count,
+                            const float* __restrict centers) {
+  for (std::size_t r = 0; r < count; ++r) column[r] = SubtractUnlessMissing(column[r], centers[r]);
+}
+
 constexpr std::int16_t kLCDVersion = 1;
 constexpr std::uint16_t kLCDTags = 1;
 constexpr std::uint16_t kTagCenters = 1;
@@ -68,6 +95,9 @@ std::vector<float> Flat(const FirstKeys& centers) {
 // record is a run of its own. Computed once per set of series and shared by the variables.
 class Partitions {
  public:
+  static constexpr std::size_t kRecordAhead = 16;
+  static constexpr std::size_t kIDsAhead = 8;
+
   explicit Partitions(const Rows& rows) : mRows(rows) {}
 
   const std::vector<std::size_t>& Starts(const std::vector<int>& series) {
@@ -75,7 +105,14 @@ class Partitions {
     if (found != mStarts.end()) return found->second;
     std::vector<std::size_t> starts;
     const ObservationInfo* previous = nullptr;
-    for (std::size_t r = 0; r < mRows.size(); ++r) {
+    const std::size_t count = mRows.size();
+    for (std::size_t r = 0; r < count; ++r) {
+      // The records lie apart in memory: fetch a record some rows ahead, and the IDs of one
+      // that has arrived by now, so that the comparisons below do not wait for memory.
+      if (r + kRecordAhead < count) Prefetch(mRows[r + kRecordAhead]);
+      if (r + kIDsAhead < count && mRows[r + kIDsAhead]) {
+        Prefetch(mRows[r + kIDsAhead]->GetUserIDs().data());
+      }
       const ObservationInfo* row = mRows[r];
       bool same = row && previous;
       for (std::size_t k = 0; same && k < series.size(); ++k) {
@@ -225,9 +262,8 @@ std::vector<VariableCenters> VariableRuns(
     }
     // Rows without a center take their default row by row (in runs of their own), or keep 0.
     const std::vector<Run>& runs = centers.Runs();
-    const bool unmatched =
-        std::any_of(runs.begin(), runs.end(), [](const Run& run) { return run.unmatched; });
-    if (withDefaults && unmatched) {
+    if (withDefaults &&
+        std::any_of(runs.begin(), runs.end(), [](const Run& run) { return run.unmatched; })) {
       std::vector<Run> expanded;
       expanded.reserve(runs.size());
       for (const Run& run : runs) {
@@ -522,18 +558,24 @@ boost::shared_ptr<const DefaultCenterValues> LocalCenteringData::Subtract(
       const float center = centers.ValueOf(run);
       if (center == 0.0F) continue;
       const std::size_t end = std::min(run.end, rows);
-      for (std::size_t r = run.begin; r < end; ++r) {
-        // Missing cells are told by their bits: an integer test keeps the loop free of
-        // branches, so that it runs on vectors.
-        const float value = column[r];
-        std::uint32_t bits = 0;
-        std::memcpy(&bits, &value, sizeof bits);
-        const float centered = value - center;
-        column[r] = bits == d::kMissingBits ? value : centered;
-      }
+      if (run.begin < end) d::SubtractKeepingMissing(column + run.begin, end - run.begin, center);
     }
   }
   return defaults;
+}
+
+void LocalCenteringData::SubtractMatrix(NCDataMatrix<float>& data,
+                                        const NCIntegralVector<unsigned long, 0>& varIDs,
+                                        const NCDataMatrix<float>& centers,
+                                        const NCIntegralVector<unsigned long, 0>& centerIDs) {
+  const std::size_t rows = std::min(data.SizeRows(), centers.SizeRows());
+  const std::size_t columns = std::min(centers.SizeColumns(), centerIDs.size());
+  for (std::size_t k = 0; k < columns && rows > 0; ++k) {
+    const std::ptrdiff_t j = varIDs.Find(centerIDs[k]);
+    if (j < 0 || static_cast<std::size_t>(j) >= data.SizeColumns()) continue;
+    ncds::detail::SubtractKeepingMissing(data.ColumnData(static_cast<std::size_t>(j)), rows,
+                                         centers.ColumnData(k));
+  }
 }
 
 bool LocalCenteringData::VStreamableStartWrite(std::ostream& os) const {

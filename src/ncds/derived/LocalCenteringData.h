@@ -114,6 +114,15 @@ class NCDS_EXPORT LocalCenteringData : public VStreamBase {
       const NCIntegralVector<unsigned long, 0>& varIDs, const NCProjectBase& project,
       boost::shared_ptr<const DefaultCenterValues> defaults) const;
 
+  // Subtracts each column of `centers` (a subtraction matrix, its variable IDs `centerIDs`)
+  // from the column of `data` with the same variable ID in `varIDs` (the first such), row by
+  // row over the rows both have; missing cells (-99) stay missing, and columns of `centers`
+  // whose ID `varIDs` lacks are skipped.
+  static void SubtractMatrix(NCDataMatrix<float>& data,
+                             const NCIntegralVector<unsigned long, 0>& varIDs,
+                             const NCDataMatrix<float>& centers,
+                             const NCIntegralVector<unsigned long, 0>& centerIDs);
+
   static std::int16_t GetVStreamVersionNumber() { return msVStreamData.GetVStreamVersionNumber(); }
   static std::int16_t GetMyVStreamVersionNumber() {
     return msVStreamData.GetMyVStreamVersionNumber();
