@@ -2,8 +2,10 @@
 # Builds ncds (release preset) and runs its main job: the `ncds` tool on the example batch
 # data. It imports examples/data/fermentation.csv into a new project file as a batch dataset,
 # lists the project, shows the dataset and its batches, deletes one batch, renames one phase,
-# aligns the batches phase by phase on their time into a second dataset and exports both to
-# CSV again.
+# derives a lagged variable, aligns the batches phase by phase on their time into a second
+# dataset, stores local centers per batch and phase with it (examples/data/
+# fermentation-centers.csv), and exports both datasets to CSV again, the aligned one also
+# locally centered.
 #   scripts/run.sh [PROJECT]    default: build/release/fermentation.ncds
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,9 +18,10 @@ data=examples/data/fermentation.csv
 project="${1:-build/release/fermentation.ncds}"
 export_file="${project%.ncds}-export.csv"
 aligned_file="${project%.ncds}-aligned.csv"
+centered_file="${project%.ncds}-centered.csv"
 
 # A new project each run; the import creates it.
-rm -f "$project" "$export_file" "$aligned_file"
+rm -f "$project" "$export_file" "$aligned_file" "$centered_file"
 run() {
   echo "== ncds $*"
   "$ncds" "$@"
@@ -30,12 +33,19 @@ run batches "$project" 1
 run delete-batches "$project" 1 --batch B03
 run rename-phase "$project" 1 Lag Start
 run batches "$project" 1
+run derive "$project" 1 --name pH_lag2 --formula "Lag(pH, 2)"
+run derive "$project" 1 --name GlucoseUse --formula "-Delta(Glucose, 1)"
+run show "$project" 1 --rows 4
 run export "$project" 1 -o "$export_file"
 run align "$project" 1 --maturity Time --relative --phase-points Start=20 \
   --phase-points Growth=40 --phase-points Production=100 --name aligned
 run batches "$project" aligned
 run export "$project" aligned -o "$aligned_file"
+run center "$project" aligned --centers examples/data/fermentation-centers.csv
+run export "$project" aligned --centered -o "$centered_file"
+run fingerprint "$project" aligned
 echo
 echo "Project file: $project"
 echo "Export:       $export_file"
 echo "Aligned:      $aligned_file"
+echo "Centered:     $centered_file"

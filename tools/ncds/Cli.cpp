@@ -11,8 +11,10 @@
 #include <system_error>
 #include <vector>
 
+#include "ncds/dataset/DataSetPredictionData.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCDataSetInfo.h"
+#include "ncds/derived/LocalCenteringInfo.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/ExceptionMessage.h"
 #include "ncds/foundations/Messages.h"
@@ -26,6 +28,7 @@
 #include "tools/ncds/CsvExport.h"
 #include "tools/ncds/CsvImport.h"
 #include "tools/ncds/CsvOptions.h"
+#include "tools/ncds/DerivedCommands.h"
 #include "tools/ncds/ProgressLine.h"
 #include "tools/ncds/TextTable.h"
 
@@ -58,6 +61,11 @@ struct Request {
   // ncds align.
   BatchCommands::AlignChoice align;
   std::string name;
+  // ncds derive, center and export --centered.
+  std::string formula;
+  bool update = false;
+  std::string centers;
+  bool centered = false;
 };
 
 std::string Kind(int dataType) {
@@ -217,6 +225,7 @@ int Show(const Request& request, std::ostream& out, std::ostream& err) {
                           info->GetUnit(), Levels(*info)});
   }
   variableTable.Print(out);
+  DerivedCommands::PrintFormulas(*dataSet, out);
 
   const int shown = std::min(rows, std::max(request.rows, 0));
   if (shown == 0) return 0;
@@ -277,9 +286,9 @@ int Batches(const Request& request, std::ostream& out, std::ostream& err) {
   return 0;
 }
 
-// Runs a batch edit on the dataset and saves it; prints the edit's log and the result.
+// Runs an edit on the dataset and saves it; prints the edit's log and the result.
 template <class Edit>
-int EditBatches(const Request& request, std::ostream& out, std::ostream& err, Edit edit) {
+int EditDataSet(const Request& request, std::ostream& out, std::ostream& err, Edit edit) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
   const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
@@ -305,7 +314,13 @@ int Export(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
   const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
-  const CsvExportOptions options;
+  CsvExportOptions options;
+  options.centered = request.centered;
+  if (request.centered && !dataSet->GetLocalCenteringData()) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} \"{2}\" has no local centers; `ncds "
+                                              "center` stores them.") %
+                  number % dataSet->GetName());
+  }
   if (request.output.empty()) {
     CsvExport::Write(*dataSet, out, options);
     out.flush();
@@ -357,6 +372,14 @@ int Align(const Request& request, std::ostream& out, std::ostream& err) {
   }
   out << line << (ExceptionMessage::translate("Added dataset {1} \"{2}\".") % number % name).str()
       << '\n';
+  return 0;
+}
+
+int Fingerprint(const Request& request, std::ostream& out, std::ostream& err) {
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  const boost::shared_ptr<NCDataSet> dataSet =
+      Load(*project, FindDataSet(*project, request.dataSet), err);
+  out << DataSetPredictionData::Fingerprint(*dataSet) << '\n';
   return 0;
 }
 
@@ -539,6 +562,44 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
                   NCMessages::Translate("hold the end values of short batches"));
   align->add_option("--name", request.name, NCMessages::Translate("the new dataset's name"));
 
+  CLI::App* derive = app.add_subcommand(
+      "derive", NCMessages::Translate("Add a generated variable computed by a formula, or "
+                                      "recompute the generated variables."));
+  addDataSet(derive);
+  CLI::Option* formulaOption =
+      derive->add_option("--formula", request.formula,
+                         NCMessages::Translate("the formula over variable names, e.g. "
+                                               "\"log(Temperature) + Lag(pH, 2) * 0.5\""));
+  CLI::Option* nameOption =
+      derive->add_option("--name", request.name, NCMessages::Translate("the new variable's name"));
+  formulaOption->needs(nameOption);
+  nameOption->needs(formulaOption);
+  derive
+      ->add_flag("--update", request.update,
+                 NCMessages::Translate("recompute every generated variable from its formula"))
+      ->excludes(formulaOption);
+
+  CLI::App* center = app.add_subcommand(
+      "center", NCMessages::Translate("Store local centers (per batch, phase and variable) with "
+                                      "a dataset."));
+  addDataSet(center);
+  center
+      ->add_option("--centers", request.centers,
+                   NCMessages::Translate("a CSV file with the columns batch, phase, variable and "
+                                         "center, or an XML configuration file"))
+      ->required();
+  center
+      ->add_option("--sep", request.separator,
+                   NCMessages::Translate("the CSV file's field separator (default ',')"))
+      ->type_name("CHAR")
+      ->check(oneCharacter);
+  exportCommand->add_flag("--centered", request.centered,
+                          NCMessages::Translate("write the locally centered values"));
+
+  CLI::App* fingerprint = app.add_subcommand(
+      "fingerprint", NCMessages::Translate("Print the MD5 fingerprint of a dataset's values."));
+  addDataSet(fingerprint);
+
   try {
     app.parse(argc, argv);
     for (const std::string& entry : phasePoints) {
@@ -589,20 +650,39 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     if (deleteCommand->parsed()) return detail::Delete(request, out, err);
     if (batches->parsed()) return detail::Batches(request, out, err);
     if (align->parsed()) return detail::Align(request, out, err);
+    if (fingerprint->parsed()) return detail::Fingerprint(request, out, err);
+    if (derive->parsed()) {
+      if (!request.update && request.formula.empty()) {
+        err << NCMessages::Translate("Give --name and --formula, or --update.") << '\n';
+        return 2;
+      }
+      return detail::EditDataSet(request, out, err, [&request](NCDataSet& dataSet) {
+        return (request.update ? DerivedCommands::Update(dataSet)
+                               : DerivedCommands::Derive(dataSet, request.name, request.formula)) +
+               '\n';
+      });
+    }
+    if (center->parsed()) {
+      const LocalCenteringInfo centers =
+          DerivedCommands::ReadCenters(request.centers, request.separator[0]);
+      return detail::EditDataSet(request, out, err, [&centers](NCDataSet& dataSet) {
+        return DerivedCommands::Center(dataSet, centers) + '\n';
+      });
+    }
     if (deleteBatches->parsed()) {
-      return detail::EditBatches(request, out, err, [&request](NCDataSet& dataSet) {
+      return detail::EditDataSet(request, out, err, [&request](NCDataSet& dataSet) {
         return BatchCommands::DeleteBatches(dataSet, request.batches, request.phases);
       });
     }
     if (dropLost->parsed()) {
-      return detail::EditBatches(request, out, err, [](NCDataSet& dataSet) {
+      return detail::EditDataSet(request, out, err, [](NCDataSet& dataSet) {
         return (ExceptionMessage::translate("Removed {1} observations without a record.\n") %
                 BatchCommands::DropRowsWithoutRecord(dataSet))
             .str();
       });
     }
     if (renamePhase->parsed()) {
-      return detail::EditBatches(request, out, err, [&request](NCDataSet& dataSet) {
+      return detail::EditDataSet(request, out, err, [&request](NCDataSet& dataSet) {
         return BatchCommands::RenamePhase(dataSet, request.from, request.to);
       });
     }

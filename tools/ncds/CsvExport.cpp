@@ -254,7 +254,9 @@ void CsvExport::Write(const NCDataSet& dataSet, std::ostream& os, const CsvExpor
   }
   const NCVariables& variables = project->GetVariables();
   const NCObservations& observations = project->GetObservations();
-  const NCDataMatrix<float>& matrix = dataSet.GetMatrix();
+  NCDataMatrix<float> centered;
+  if (options.centered) centered = dataSet.GetData(true, nullptr);
+  const NCDataMatrix<float>& matrix = options.centered ? centered : dataSet.GetMatrix();
   const std::vector<int> aliases = ExportedSeries(dataSet, observations);
   const auto rows = static_cast<std::size_t>(dataSet.SizeObservations());
   const auto columns = static_cast<std::size_t>(dataSet.SizeVariables());

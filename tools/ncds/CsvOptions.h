@@ -33,6 +33,8 @@ struct CsvExportOptions {
   char decimal = '.';
   // The header of the primary ID column; empty: the name of the primary ID series.
   std::string primaryIDHeader;
+  // Writes the locally centered values (the dataset's centers subtracted) instead.
+  bool centered = false;
 };
 
 // Throws `NCError` unless `separator` can separate fields (not a double quote, CR or LF) and

@@ -21,6 +21,7 @@ class TextTable {
     }
     mRows.push_back(std::move(cells));
   }
+  bool empty() const { return mRows.empty(); }
   void Print(std::ostream& out, const std::string& indent = "") const {
     for (const std::vector<std::string>& row : mRows) {
       std::string line = indent;

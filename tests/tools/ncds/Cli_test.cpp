@@ -209,6 +209,15 @@ const char kBatchData[] =
     "0,B3,Growth,35\n"
     "3,B1,Feed,36\n";
 
+// Imports kBatchData as the batch dataset "runs".
+void ImportRuns(const std::string& data, const std::string& project) {
+  WriteText(data, kBatchData);
+  ASSERT_EQ(
+      RunNcds({"import", data, project, "--batch", "Batch", "--phase", "Phase", "--name", "runs"})
+          .code,
+      0);
+}
+
 TEST(Cli, BatchDatasetsImportEditExportAndImportAgain) {
   const ncds::test::TempFile data("cli_batch.csv");
   const ncds::test::TempFile project("cli_batch.ncds");
@@ -290,11 +299,7 @@ TEST(Cli, BatchDatasetsImportEditExportAndImportAgain) {
 TEST(Cli, BatchesAlignIntoANewDataset) {
   const ncds::test::TempFile data("cli_align.csv");
   const ncds::test::TempFile project("cli_align.ncds");
-  WriteText(data.path(), kBatchData);
-  ASSERT_EQ(RunNcds({"import", data.path(), project.path(), "--batch", "Batch", "--phase", "Phase",
-                     "--name", "runs"})
-                .code,
-            0);
+  ImportRuns(data.path(), project.path());
   Outcome o = RunNcds({"align", project.path(), "runs", "--maturity", "Time", "--points", "4"});
   ASSERT_EQ(o.code, 0) << o.err;
   EXPECT_EQ(
@@ -330,6 +335,74 @@ TEST(Cli, BatchesAlignIntoANewDataset) {
                "2", "--name", "by time"});
   ASSERT_EQ(o.code, 0) << o.err;
   EXPECT_NE(RunNcds({"show", project.path(), "runs"}).out.find("$Time"), std::string::npos);
+}
+
+TEST(Cli, DeriveCenterExportCenteredAndFingerprint) {
+  const ncds::test::TempFile data("cli_derive.csv");
+  const ncds::test::TempFile project("cli_derive.ncds");
+  const ncds::test::TempFile centers("cli_derive_centers.csv");
+  const ncds::test::TempFile xml("cli_derive_centers.xml");
+  ImportRuns(data.path(), project.path());
+  const std::string imported = RunNcds({"fingerprint", project.path(), "runs"}).out;
+  EXPECT_EQ(imported.size(), 33U) << imported;
+
+  // A lag never reaches into the batch before.
+  Outcome o =
+      RunNcds({"derive", project.path(), "runs", "--name", "TempLag", "--formula", "Lag(Temp, 1)"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out.rfind("Added generated variable \"TempLag\" as column 3 of dataset 1", 0), 0U);
+  o = RunNcds({"export", project.path(), "runs"});
+  EXPECT_NE(o.out.find("Temp,TempLag\nB1,Growth,0,30,\nB1,Growth,1,32,30\nB1,Feed,2,33,32\n"
+                       "B1,Feed,3,36,33\nB2,Growth,0,31,\nB2,Feed,1,34,31\nB3,Growth,0,35,\n"),
+            std::string::npos)
+      << o.out;
+  EXPECT_NE(RunNcds({"show", project.path(), "runs"}).out.find("TempLag  =  Lag(Temp, 1)"),
+            std::string::npos);
+  EXPECT_NE(RunNcds({"fingerprint", project.path(), "runs"}).out, imported);
+  o = RunNcds({"derive", project.path(), "runs", "--update"});
+  EXPECT_EQ(o.out.rfind("Recomputed 1 generated variables", 0), 0U) << o.out;
+
+  // Centers by batch and phase, in any column order; groups without one take their phase's mean.
+  WriteText(centers.path(),
+            "variable,batch,center,phase\nTemp,B1,30,Growth\nTemp,B1,35,Feed\nTemp,B2,31,Growth\n");
+  o = RunNcds({"center", project.path(), "runs", "--centers", centers.path()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out.rfind("Stored 3 centers of 1 variables in 2 batches", 0), 0U) << o.out;
+  o = RunNcds({"export", project.path(), "runs", "--centered"});
+  EXPECT_NE(o.out.find("B1,Growth,0,0,\nB1,Growth,1,2,30\nB1,Feed,2,-2,32\nB1,Feed,3,1,33\n"
+                       "B2,Growth,0,0,\nB2,Feed,1,-1,31\nB3,Growth,0,4.5,\n"),
+            std::string::npos)
+      << o.out;
+  WriteText(xml.path(),
+            "<Configuration><LocalCentering><LCData Batch=\"B3\" Phase=\"Growth\" Center=\"5\" "
+            "Variable=\"temp\"/></LocalCentering></Configuration>");
+  EXPECT_EQ(RunNcds({"center", project.path(), "runs", "--centers", xml.path()}).code, 0);
+  EXPECT_NE(RunNcds({"export", project.path(), "runs", "--centered"}).out.find("B3,Growth,0,30,"),
+            std::string::npos);
+
+  // Refusals name what is wrong and change nothing.
+  const std::string before = RunNcds({"export", project.path(), "runs", "--centered"}).out;
+  ExpectOneLineError(
+      RunNcds({"derive", project.path(), "runs", "--name", "X", "--formula", "Temp + Nope"}), 1,
+      "Nope at position 8");
+  ExpectOneLineError(
+      RunNcds({"derive", project.path(), "runs", "--name", "X", "--formula", "log((Temp)"}), 1,
+      "position 4");
+  WriteText(centers.path(), "batch,phase,variable,center\nB1,Growth,Pressure,1\n");
+  ExpectOneLineError(RunNcds({"center", project.path(), "runs", "--centers", centers.path()}), 1,
+                     "has no variable \"Pressure\"");
+  WriteText(centers.path(), "batch,phase,variable,center\nB1,Growth,Temp,1\nB2,Feed,Temp,x\n");
+  ExpectOneLineError(RunNcds({"center", project.path(), "runs", "--centers", centers.path()}), 1,
+                     "line 3: the center \"x\" is not a number");
+  WriteText(centers.path(), "batch,variable,value\nB1,Temp,1\n");
+  ExpectOneLineError(RunNcds({"center", project.path(), "runs", "--centers", centers.path()}), 1,
+                     "no column \"center\"");
+  EXPECT_EQ(RunNcds({"export", project.path(), "runs", "--centered"}).out, before);
+  EXPECT_EQ(RunNcds({"derive", project.path(), "runs"}).code, 2);
+  ASSERT_EQ(RunNcds({"align", project.path(), "runs", "--maturity", "Time", "--name", "a"}).code,
+            0);
+  ExpectOneLineError(RunNcds({"export", project.path(), "a", "--centered"}), 1,
+                     "has no local centers");
 }
 
 TEST(Cli, RowsWhoseRecordsAreGoneArePointedOutAndDropped) {
@@ -392,7 +465,8 @@ TEST(Cli, EveryCommandExplainsItself) {
   const std::vector<std::pair<std::string, std::string>> commands = {
       {"import", "--missing"},    {"list", "PROJECT"},     {"show", "--rows"},
       {"export", "--output"},     {"delete", "DATASET"},   {"batches", "DATASET"},
-      {"delete-batches", "--in"}, {"rename-phase", "NEW"}, {"align", "--phase-points"}};
+      {"delete-batches", "--in"}, {"rename-phase", "NEW"}, {"align", "--phase-points"},
+      {"derive", "--update"},     {"center", "--centers"}, {"fingerprint", "DATASET"}};
   for (const auto& [command, option] : commands) {
     const Outcome o = RunNcds({command, "--help"});
     EXPECT_EQ(o.code, 0) << command;
