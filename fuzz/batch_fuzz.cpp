@@ -1,8 +1,9 @@
 // Feeds arbitrary bytes to the readers of the phase and batch records, the batch vector, the
 // import settings, the column concatenation, the batch aligner (which must then align a batch
-// onto whatever grid it read), a dataset's alignment, the per-dataset batch snapshots (RUSPDATA)
-// and the bare phase-list form that owners keep under one tag. Whatever reads must write and read
-// back to the same bytes: no crash, no hang, no allocation beyond what the input's size justifies.
+// onto whatever grid it read), a dataset's alignment, a batch-level summary description, the
+// per-dataset batch snapshots (RUSPDATA) and the bare phase-list form that owners keep under one
+// tag. Whatever reads must write and read back to the same bytes: no crash, no hang, no allocation
+// beyond what the input's size justifies.
 
 #include <cstddef>
 #include <cstdint>
@@ -112,6 +113,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   {
     DataSetAlignment object;
     DataSetAlignment again;
+    RoundTrip(bytes, object, again);
+  }
+  {
+    CreateBatchLevelInfo object;
+    CreateBatchLevelInfo again;
     RoundTrip(bytes, object, again);
   }
   PhaseList(bytes);

@@ -13,6 +13,7 @@
 #include "ncds/batch/ClassInfoVector.h"
 #include "ncds/batch/ColumnConcatenateInfo.h"
 #include "ncds/batch/ConditionalDeleteBatchAndPhase.h"
+#include "ncds/batch/CreateBatchLevelInfo.h"
 #include "ncds/batch/DataSetAlignment.h"
 #include "ncds/batch/RUSPData.h"
 #include "ncds/dataset/DataSetPredictionData.h"
