@@ -5,6 +5,8 @@
 // dataset over them: one row per (batch, phase) pair given, one variable "X" whose value is
 // the row's 0-based position, so that tests can tell which rows survived.
 
+#include <gtest/gtest.h>
+
 #include <boost/shared_ptr.hpp>
 #include <memory>
 #include <string>
@@ -45,6 +47,13 @@ struct BatchRows {
     dataSet = NCDataSet::Create(project, "runs", 1, &values, std::move(rows), &columns, {1}, {1},
                                 nullptr, nullptr, nullptr);
     BatchUtilities::MakeBatchDataSet(*dataSet, 2, withPhases ? 3 : 0);
+  }
+
+  // Appends a quantitative column `name` (made unique) holding `values`; its variable ID.
+  unsigned long AddColumn(const char* name, const std::vector<float>& values) {
+    EXPECT_TRUE(dataSet->AddVariables(1, name, false, false));
+    EXPECT_TRUE(dataSet->SetColValues(values.data(), dataSet->SizeVariables()));
+    return dataSet->GetVarID(dataSet->SizeVariables());
   }
 
   // The values of column X, which name the rows that are left.

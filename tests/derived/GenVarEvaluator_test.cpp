@@ -18,17 +18,11 @@ using ncds::test::BatchRows;
 using Floats = std::vector<float>;
 constexpr float M = -99.0F;
 
-unsigned long AddColumn(NCDataSet& dataSet, const char* name, const Floats& values) {
-  EXPECT_TRUE(dataSet.AddVariables(1, name, false, false));
-  EXPECT_TRUE(dataSet.SetColValues(values.data(), dataSet.SizeVariables()));
-  return dataSet.GetVarID(dataSet.SizeVariables());
-}
-
 // Batches B1 (4 rows) and B2 (3 rows); X is the row (0..6), V has a gap at row 2.
 struct Series : BatchRows {
   Series() : BatchRows({{"B1", "P1", 4}, {"B2", "P1", 3}}) {
     x = "vid" + std::to_string(dataSet->GetVarID(1));
-    v = "vid" + std::to_string(AddColumn(*dataSet, "V", {1, 2, M, 4, 5, 6, 7}));
+    v = "vid" + std::to_string(AddColumn("V", {1, 2, M, 4, 5, 6, 7}));
   }
   Floats Eval(const std::string& recipe) const {
     return GenVarEvaluator(*dataSet).Evaluate(recipe);
@@ -51,7 +45,7 @@ TEST(GenVarEvaluator, ComputesArithmeticWithStrictMissingValues) {
   const Floats xs{1, 4, M, 0, -2};
   ASSERT_TRUE(dataSet.SetColValues(xs.data(), 1));
   const std::string x = "vid" + std::to_string(dataSet.GetVarID(1));
-  const std::string w = "vid" + std::to_string(AddColumn(dataSet, "W", {2, 2, 2, M, 2}));
+  const std::string w = "vid" + std::to_string(rows.AddColumn("W", {2, 2, 2, M, 2}));
   GenVarEvaluator evaluator(dataSet);
   const auto eval = [&](const std::string& recipe) { return evaluator.Evaluate(recipe); };
   EXPECT_EQ(eval(x + " + " + w + " * 0.5"), (Floats{2, 5, M, M, -1}));
@@ -115,7 +109,7 @@ TEST(GenVarEvaluator, GeneratedVariablesComeFromTheirRecipes) {
     return "vid" + std::to_string(id);
   };
   // G is a column whose stored values are stale; H is no column at all.
-  const std::string g = "vid" + std::to_string(AddColumn(*s.dataSet, "G", Floats(7, 0)));
+  const std::string g = "vid" + std::to_string(s.AddColumn("G", Floats(7, 0)));
   variables[s.dataSet->GetVarID(3)]->SetRecipe("v1 * 10");
   const std::string h = add("H", 900, g + " + 1");
   EXPECT_EQ(s.Eval(h + " - " + g), Floats(7, 1));

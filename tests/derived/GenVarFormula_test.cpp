@@ -16,13 +16,6 @@ using ncds::test::BatchRows;
 using Floats = std::vector<float>;
 constexpr float M = -99.0F;
 
-// Appends column `name` holding `values`; returns its variable ID.
-unsigned long AddColumn(NCDataSet& dataSet, const char* name, const Floats& values) {
-  EXPECT_TRUE(dataSet.AddVariables(1, name, false, false));
-  EXPECT_TRUE(dataSet.SetColValues(values.data(), dataSet.SizeVariables()));
-  return dataSet.GetVarID(dataSet.SizeVariables());
-}
-
 std::string Vid(unsigned long id) { return "vid" + std::to_string(id); }
 
 Floats Column(const NCDataSet& dataSet, int column) {
@@ -34,10 +27,10 @@ Floats Column(const NCDataSet& dataSet, int column) {
 struct Named : BatchRows {
   Named() : BatchRows({{"B1", "P1", 3}}) {
     x = dataSet->GetVarID(1);
-    pH = AddColumn(*dataSet, "pH", {7, 6, 5});
-    feed = AddColumn(*dataSet, "Feed rate", {1, 2, 3});
-    tank = AddColumn(*dataSet, "Tank \"A\"", {1, 1, 1});
-    size = AddColumn(*dataSet, "Größe", {1, 1, 1});
+    pH = AddColumn("pH", {7, 6, 5});
+    feed = AddColumn("Feed rate", {1, 2, 3});
+    tank = AddColumn("Tank \"A\"", {1, 1, 1});
+    size = AddColumn("Größe", {1, 1, 1});
   }
   std::string Compile(const std::string& formula, unsigned long defined = NCUniqueIDs::kNone) {
     return GenVarFormula::Compile(*dataSet, formula, defined);

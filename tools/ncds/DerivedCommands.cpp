@@ -1,8 +1,6 @@
 #include "tools/ncds/DerivedCommands.h"
 
 #include <boost/shared_ptr.hpp>
-#include <list>
-#include <memory>
 #include <optional>
 #include <ostream>
 #include <set>
