@@ -7,6 +7,7 @@
 #include "ncds/batch/BatchImportSettings.h"
 #include "ncds/batch/BatchInfo.h"
 #include "ncds/batch/BatchInfoVector.h"
+#include "ncds/batch/BatchLevelComponent.h"
 #include "ncds/batch/BatchStatistics.h"
 #include "ncds/batch/BatchUtilities.h"
 #include "ncds/batch/ClassInfo.h"

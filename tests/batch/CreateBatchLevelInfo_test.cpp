@@ -18,6 +18,7 @@ TEST(CreateBatchLevelInfo, RoundTripsRefusesOtherVersionsAndSurvivesDamage) {
   info.SetPhases({"Growth", "", "Feed \"2\""});
   info.SetBatchConditions(true);
   info.SetSourceNumber(3);
+  info.SetMaturityID(9);
   const std::string valid = WriteToString(info);
   CreateBatchLevelInfo read;
   ASSERT_TRUE(ReadFromString(valid, read));

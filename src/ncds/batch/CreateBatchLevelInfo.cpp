@@ -14,13 +14,14 @@ namespace ncds::detail {
 namespace {
 
 constexpr std::int16_t kCBLIVersion = 1;
-constexpr std::uint16_t kCBLITags = 6;
+constexpr std::uint16_t kCBLITags = 7;
 constexpr std::uint16_t kTagVariables = 0;
 constexpr std::uint16_t kTagStatistics = 1;
 constexpr std::uint16_t kTagByPhase = 2;
 constexpr std::uint16_t kTagPhases = 3;
 constexpr std::uint16_t kTagConditions = 4;
 constexpr std::uint16_t kTagSource = 5;
+constexpr std::uint16_t kTagMaturity = 6;
 
 bool WriteNames(const std::vector<std::string>& names, std::ostream& os) {
   const auto count = static_cast<std::uint32_t>(names.size());
@@ -54,7 +55,8 @@ CreateBatchLevelInfo::~CreateBatchLevelInfo() = default;
 bool CreateBatchLevelInfo::operator==(const CreateBatchLevelInfo& other) const {
   return mVariableIDs == other.mVariableIDs && mStatistics == other.mStatistics &&
          mByPhase == other.mByPhase && mPhases == other.mPhases &&
-         mConditions == other.mConditions && mSource == other.mSource;
+         mConditions == other.mConditions && mSource == other.mSource &&
+         mMaturityID == other.mMaturityID;
 }
 
 bool CreateBatchLevelInfo::VStreamableStartWrite(std::ostream& os) const {
@@ -70,7 +72,8 @@ bool CreateBatchLevelInfo::VStreamableStartWrite(std::ostream& os) const {
        WriteToStreamDir(mByPhase, directory, d::kTagByPhase) &&
        d::WriteNames(mPhases, directory.GetOutput(d::kTagPhases)) &&
        WriteToStreamDir(mConditions, directory, d::kTagConditions) &&
-       WriteToStreamDir(mSource, directory, d::kTagSource);
+       WriteToStreamDir(mSource, directory, d::kTagSource) &&
+       WriteToStreamDir(mMaturityID, directory, d::kTagMaturity);
   return directory.Close() && ok && static_cast<bool>(os);
 }
 
@@ -85,33 +88,42 @@ bool CreateBatchLevelInfo::ReadStreamDirectory(std::istream& is) {
   namespace d = ncds::detail;
   InputStreamDirectory directory(is);
   bool ok = true;
+  // Read into locals: the description changes only once the whole stream has read.
+  std::vector<std::uint32_t> ids;
+  std::vector<std::string> statistics;
+  std::vector<std::string> phases;
+  bool byPhase = false;
+  bool conditions = false;
+  std::int32_t source = 0;
+  std::uint32_t maturity = 0;
   try {
     std::istream* variables = directory.GetInput(d::kTagVariables);
     if (!variables) ThrowStreamReadError();
     std::uint32_t count = 0;
     ReadFourBytes(&count, 1, *variables);
     RequireStreamBytes(*variables, std::uint64_t{count} * 4);
-    std::vector<std::uint32_t> ids(count);
+    ids.resize(count);
     if (count > 0) ReadFourBytes(ids.data(), count, *variables);
-    std::vector<std::string> statistics = d::ReadNames(directory, d::kTagStatistics);
-    bool byPhase = false;
-    bool conditions = false;
-    std::int32_t source = 0;
+    statistics = d::ReadNames(directory, d::kTagStatistics);
     ReadFromStreamDir(byPhase, directory, d::kTagByPhase, true);
-    std::vector<std::string> phases = d::ReadNames(directory, d::kTagPhases);
+    phases = d::ReadNames(directory, d::kTagPhases);
     ReadFromStreamDir(conditions, directory, d::kTagConditions, true);
     ReadFromStreamDir(source, directory, d::kTagSource, true);
-    mVariableIDs = std::move(ids);
-    mStatistics = std::move(statistics);
-    mByPhase = byPhase;
-    mPhases = std::move(phases);
-    mConditions = conditions;
-    mSource = source;
+    ReadFromStreamDir(maturity, directory, d::kTagMaturity, false);
   } catch (const VxStreamError&) {
     ok = false;
   }
   directory.Close();
-  return ok && static_cast<bool>(is);
+  ok = ok && static_cast<bool>(is);
+  if (!ok) return false;
+  mVariableIDs = std::move(ids);
+  mStatistics = std::move(statistics);
+  mByPhase = byPhase;
+  mPhases = std::move(phases);
+  mConditions = conditions;
+  mSource = source;
+  mMaturityID = maturity;
+  return true;
 }
 
 void CreateBatchLevelInfo::VStreamableReset() const { mGuard.Reset(); }

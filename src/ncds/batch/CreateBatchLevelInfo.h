@@ -13,8 +13,9 @@
 // Persistent: magic "CBLI", version 1 (only 1 is read); tag 0 the variable IDs (a four-byte
 // count, then four bytes each), 1 the statistics (a four-byte count, then binary strings), 2
 // by phase (one byte), 3 the phases (as the statistics), 4 with batch conditions (one byte), 5
-// the source dataset's number (four bytes). A failed read answers false and leaves the
-// description as it was. Copyable; not synchronised.
+// the source dataset's number (four bytes), 6 the maturity variable ID (four bytes, 0 for
+// none). A failed read answers false and leaves the description as it was. Copyable; not
+// synchronised.
 
 #include <cstdint>
 #include <iosfwd>
@@ -47,6 +48,10 @@ class NCDS_EXPORT CreateBatchLevelInfo : public VStreamBase {
   void SetPhases(std::vector<std::string> phases) { mPhases = std::move(phases); }
   bool HasBatchConditions() const { return mConditions; }
   void SetBatchConditions(bool conditions) { mConditions = conditions; }
+  // The variable whose values are the maturity of the rows, for Duration, Slope and Area; 0:
+  // none, the rows' positions within their batch (or phase) count instead.
+  std::uint32_t GetMaturityID() const { return mMaturityID; }
+  void SetMaturityID(std::uint32_t id) { mMaturityID = id; }
   // The number of the dataset summarized; 0 before a summary was made.
   int GetSourceNumber() const { return mSource; }
   void SetSourceNumber(int number) { mSource = number; }
@@ -70,6 +75,7 @@ class NCDS_EXPORT CreateBatchLevelInfo : public VStreamBase {
   std::vector<std::string> mPhases;
   bool mConditions = false;
   std::int32_t mSource = 0;
+  std::uint32_t mMaturityID = 0;
   VStreamGuard mGuard;
   static const VStreamableData msVStreamData;
 };

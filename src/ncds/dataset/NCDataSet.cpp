@@ -7,6 +7,7 @@
 #include "ncds/batch/BatchImportSettings.h"
 #include "ncds/batch/BatchInfoVector.h"
 #include "ncds/batch/ClassInfoVector.h"
+#include "ncds/batch/CreateBatchLevelInfo.h"
 #include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/derived/LocalCenteringData.h"
@@ -545,6 +546,11 @@ void NCDataSet::SetPhaseInfoVector(const ClassInfoVector* phases) {
 
 void NCDataSet::SetAlignment(const DataSetAlignment* alignment) {
   mAlignment = alignment ? std::make_unique<DataSetAlignment>(*alignment) : nullptr;
+  mDirty = true;
+}
+
+void NCDataSet::SetBatchLevelInfo(const CreateBatchLevelInfo* info) {
+  mBatchLevel = info ? std::make_unique<CreateBatchLevelInfo>(*info) : nullptr;
   mDirty = true;
 }
 

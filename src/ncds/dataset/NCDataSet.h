@@ -45,7 +45,9 @@
 
 class BatchInfoVector;
 class ClassInfoVector;
+class CreateBatchLevelInfo;
 class DataSetAlignment;
+struct DatasetMergeInfo;
 class LocalCenteringData;
 class LocalCenteringInfo;
 class TrimdVarStruct;
@@ -195,6 +197,9 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   // The dataset's local centers (kept with it), or null; set copies them in (null drops them).
   const LocalCenteringData* GetLocalCenteringData() const { return mLocalCenters.get(); }
   void SetLocalCenteringData(const LocalCenteringData* centers);
+  // What this batch-level dataset summarizes, or null; set copies it in (null drops it).
+  const CreateBatchLevelInfo* GetBatchLevelInfo() const { return mBatchLevel.get(); }
+  void SetBatchLevelInfo(const CreateBatchLevelInfo* info);
 
   // Takes imported centers: keeps a copy of `info` and adds its centers to the local centers,
   // keyed by the batch and phase names of the rows (replacing centers under the same keys).
@@ -244,6 +249,22 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
                    const NCIntegralVector<int, -99>* order);
   // Sorts the rows by the values of the variables `varIDs`, the first deciding first.
   bool SortDataset(const NCIntegralVector<unsigned long, 0>& varIDs, bool ascending);
+
+  // ---- Merging ----
+  // Brings `other`, a dataset of the same project, into this one. Rows are matched by the
+  // unique ID of their observation, then by primary ID (series 1) ignoring case; variables by
+  // ID. Variables of `other` that are not columns here become new columns, its unmatched rows
+  // new rows (in a batch dataset, after the last row of their batch, new batches at the end).
+  // Cells present in both take `other`'s value when `overwrite`, else keep their own; a
+  // missing cell here takes `other`'s value either way, and a missing value in `other` never
+  // overwrites. Trimming cannot be undone afterwards: when this
+  // dataset is trimmed the user is asked first, and "Merge of datasets aborted." (`NCError`,
+  // level 2) is thrown unless they go on. The change check runs for the whole dataset, muted
+  // unless `confirm`; a refusal returns false and changes nothing. Afterwards
+  // `NCSignals::RaiseDatasetMerged` announces what was done, which `info` (when given)
+  // receives too. Throws `InvalidArgument` when `other` is this dataset or of another project.
+  bool Merge(const NCDataSet& other, bool overwrite, bool confirm,
+             DatasetMergeInfo* info = nullptr);
 
   // ---- Persistence ----
   // The version of the last "NCDS" stream read, and the version this build writes.
@@ -304,6 +325,7 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   std::unique_ptr<LocalCenteringInfo> mLocalCentering;
   std::unique_ptr<DataSetAlignment> mAlignment;
   std::unique_ptr<LocalCenteringData> mLocalCenters;
+  std::unique_ptr<CreateBatchLevelInfo> mBatchLevel;
   int mDataType = kOrdinary;
   unsigned long mSourceID;
   boost::shared_ptr<BatchInfoVector> mBatches;

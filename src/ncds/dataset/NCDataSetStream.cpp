@@ -17,6 +17,7 @@
 
 #include "ncds/batch/BatchInfoVector.h"
 #include "ncds/batch/ClassInfoVector.h"
+#include "ncds/batch/CreateBatchLevelInfo.h"
 #include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCProjectBase.h"
@@ -65,6 +66,7 @@ enum DataSetTag : std::uint16_t {
   kTagUsedVarAliases = 18,
   kTagAlignment = 19,
   kTagLocalCenters = 20,
+  kTagBatchLevel = 21,
 };
 
 constexpr std::uint8_t kEmptySlot = 0;
@@ -178,10 +180,11 @@ bool NCDataSet::VStreamableWriteBases(std::ostream& os) const { return static_ca
 
 bool NCDataSet::VStreamableWrite(std::ostream& os) const {
   namespace d = ncds::detail;
-  // An alignment and local centers are an entry more each; other datasets keep the 19 of old.
+  // An alignment, local centers and a batch-level description are an entry more each; other
+  // datasets keep the 19 of old.
   OutputStreamDirectory directory(
       os, static_cast<std::uint16_t>(d::kNumberOfTags + (mAlignment ? 1 : 0) +
-                                     (mLocalCenters ? 1 : 0)));
+                                     (mLocalCenters ? 1 : 0) + (mBatchLevel ? 1 : 0)));
   bool ok = WriteToStreamDir(mBatchInfoNeedsUpdate, directory, d::kTagBatchInfoNeedsUpdate) &&
             WriteToStreamDir(mImportLog, directory, d::kTagImportLog);
   if (ok && mBatches) ok = WriteToStreamDir(*mBatches, directory, d::kTagBatches);
@@ -205,6 +208,7 @@ bool NCDataSet::VStreamableWrite(std::ostream& os) const {
        d::WriteAliases(mUsedVarAliases, directory.GetOutput(d::kTagUsedVarAliases));
   if (ok && mAlignment) ok = WriteToStreamDir(*mAlignment, directory, d::kTagAlignment);
   if (ok && mLocalCenters) ok = WriteToStreamDir(*mLocalCenters, directory, d::kTagLocalCenters);
+  if (ok && mBatchLevel) ok = WriteToStreamDir(*mBatchLevel, directory, d::kTagBatchLevel);
   if (!ok) os.setstate(std::ios_base::badbit);
   if (!directory.Close() || !ok) return false;
   mDirty = false;
@@ -254,6 +258,7 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
   std::unique_ptr<LocalCenteringInfo> localCentering;
   std::unique_ptr<DataSetAlignment> alignment;
   std::unique_ptr<LocalCenteringData> localCenters;
+  std::unique_ptr<CreateBatchLevelInfo> batchLevel;
   std::int32_t dataType = mDataType;
   std::uint32_t sourceID = NCUniqueIDs::kNone;
   std::vector<int> obsAliases;
@@ -311,6 +316,10 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
         localCenters = std::make_unique<LocalCenteringData>();
         ReadFromStreamDir(*localCenters, directory, d::kTagLocalCenters, true);
       }
+      if (directory.HasTag(d::kTagBatchLevel)) {
+        batchLevel = std::make_unique<CreateBatchLevelInfo>();
+        ReadFromStreamDir(*batchLevel, directory, d::kTagBatchLevel, true);
+      }
     }
   } catch (const VxStreamError&) {
     ok = false;
@@ -358,6 +367,7 @@ bool NCDataSet::ReadStreamDirectory(std::istream& is) {
   mLocalCentering = std::move(localCentering);
   mAlignment = std::move(alignment);
   mLocalCenters = std::move(localCenters);
+  mBatchLevel = std::move(batchLevel);
   mDataType = dataType;
   // An ordinary dataset has the fixed source whatever a stream says.
   mSourceID = mDataType == kOrdinary ? NCUniqueIDs::kNone : sourceID;
