@@ -16,6 +16,9 @@
 #include <thread>
 #include <vector>
 
+#include "ncds/dataset/AuxiliaryData.h"
+#include "ncds/dataset/CompoundDataset.h"
+#include "ncds/dataset/FullCompoundDataset.h"
 #include "ncds/ncds.h"
 #include "support/TestSupport.h"
 
@@ -169,6 +172,67 @@ TEST(NCProjectFile, DataSetsSurviveReopeningAndLoadOnDemand) {
   sqlite3_finalize(chunks);
   sqlite3_close(db);
   EXPECT_GE(checked, 9);  // three for the project, two for each dataset, and more chunks
+}
+
+TEST(NCProjectFile, CompoundsAndAuxiliaryDataSurviveReopening) {
+  TempFile file("project_compounds.ncds");
+  const AuxiliaryData weights(NCDataMatrix<float>(2, 1, 0.5F),
+                              NCIntegralVector<unsigned long, 0>(1, 77), "model 1");
+  {
+    const auto project = NCProjectFile::Open(file.path(), true);
+    ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 1, 4, 2)));
+    ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 2, 3, 1)));
+    // Each change is written at once, without a save of the metadata.
+    project->SetCompoundDataset(CompoundDataset(project, "Both", 10, {2, 1}));
+    project->SetCompoundDataset(CompoundDataset(project, "First", 11, {1}));
+    project->SetAuxiliaryData("model 1", weights);
+    project->SetAuxiliaryData("model 2", AuxiliaryData());
+  }
+  {
+    const auto project = NCProjectFile::Open(file.path(), false);
+    EXPECT_EQ(project->GetCompoundDatasetNumbers(), (std::vector<int>{10, 11}));
+    const auto both = project->GetCompoundDataset(10);
+    EXPECT_EQ(both->GetName(), "Both");
+    EXPECT_EQ(both->GetMembers(), (std::vector<int>{2, 1}));
+    EXPECT_EQ(both->SizeObservations(), 7);
+    EXPECT_EQ(both->SizeVariables(), 3);
+    EXPECT_FALSE(project->IsDataSetLoaded(1));
+    // The values come from the file: dataset 2's column first, then dataset 1's two.
+    const NCDataMatrix<float> values =
+        project->MakeFullCompoundDataset(10)->GetData(false, nullptr);
+    ASSERT_EQ(values.SizeRows(), 7u);
+    ASSERT_EQ(values.SizeColumns(), 3u);
+    EXPECT_EQ(values(2, 0), Cell(2, 2, 0));
+    EXPECT_EQ(values(3, 0), -99.0F);
+    EXPECT_EQ(values(6, 2), Cell(1, 3, 1));
+    EXPECT_EQ(*project->GetAuxiliaryData("model 1"), weights);
+    EXPECT_EQ(project->GetAuxiliaryDataNames(), (std::vector<std::string>{"model 1", "model 2"}));
+    EXPECT_THROW(project->SetCompoundDataset(CompoundDataset(project, "Clash", 1, {2})), NCError);
+    EXPECT_TRUE(project->RemoveDataSet(1));
+    EXPECT_TRUE(project->RemoveCompoundDataset(11));
+    EXPECT_TRUE(project->RemoveAuxiliaryData("model 2"));
+  }
+  {
+    const auto project = NCProjectFile::Open(file.path(), false);
+    EXPECT_EQ(project->GetCompoundDatasetNumbers(), std::vector<int>{10});
+    EXPECT_EQ(project->GetCompoundDataset(10)->GetMissingMembers(), std::vector<int>{1});
+    EXPECT_EQ(project->GetAuxiliaryDataNames(), std::vector<std::string>{"model 1"});
+  }
+
+  // A file from before compounds and auxiliary data lacks their streams and opens as before.
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(file.path().c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db,
+                         "DELETE FROM ncds_chunk WHERE stream IN ('compounds', 'auxiliary');"
+                         "DELETE FROM ncds_stream WHERE name IN ('compounds', 'auxiliary')",
+                         nullptr, nullptr, nullptr),
+            SQLITE_OK);
+  sqlite3_close(db);
+  const auto project = NCProjectFile::Open(file.path(), false);
+  EXPECT_TRUE(project->GetCompoundDatasetNumbers().empty());
+  EXPECT_TRUE(project->GetAuxiliaryDataNames().empty());
+  EXPECT_EQ(project->GetDataSetNumbers(), std::vector<int>{2});
+  ExpectValues(*project->LoadDataSet(2), 2, 3, 1);
 }
 
 TEST(NCProjectFile, RefusesWhatIsNoProjectAndLeavesItAlone) {

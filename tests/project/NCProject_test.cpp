@@ -4,6 +4,8 @@
 #include <string>
 
 #include "dataset/DataSetFixture.h"
+#include "ncds/dataset/AuxiliaryData.h"
+#include "ncds/dataset/CompoundDataset.h"
 #include "ncds/ncds.h"
 #include "support/TestSupport.h"
 
@@ -140,4 +142,55 @@ TEST(NCProject, RestoredDataSetsLoadOnDemand) {
   EXPECT_EQ(orphans->SizeObservations(), loaded->SizeObservations());
   EXPECT_EQ(orphans->GetObservationInfo(1), nullptr);
   EXPECT_EQ(bare->GetObservations().size(), 0U);
+}
+
+TEST(NCProject, CompoundsAndAuxiliaryDataKeepTheirNumbersAndNames) {
+  auto project = NCProject::Create();
+  NCDataSet::Create(project, 1)->Save();
+  NCDataSet::Create(project, 2)->Save();
+
+  // Datasets and compounds share one number space.
+  EXPECT_THROW(project->SetCompoundDataset(CompoundDataset(project, "C", 2, {1})), NCError);
+  project->SetCompoundDataset(CompoundDataset(project, "C", 3, {1, 2, 8}));
+  EXPECT_FALSE(project->SaveDataSet(NCDataSet::Create(project, 3)));
+  auto info = boost::make_shared<NCDataSetInfo>(NCDataSet::Create(project, 3));
+  EXPECT_FALSE(project->RestoreDataSet("", info));
+  EXPECT_FALSE(project->RemoveDataSet(3));
+  EXPECT_EQ(project->GetDataSetNumbers(), (std::vector<int>{1, 2}));
+  EXPECT_EQ(project->GetDataContainer(3), project->GetCompoundDataset(3));
+  EXPECT_EQ(project->GetCompoundDataset(3)->GetMissingMembers(), std::vector<int>{8});
+  // No compound of compounds, and none of another project.
+  EXPECT_THROW(project->SetCompoundDataset(CompoundDataset(project, "D", 4, {1, 3})), NCError);
+  EXPECT_THROW(project->SetCompoundDataset(CompoundDataset(project, "D", 4, {4})), NCError);
+  EXPECT_THROW(project->SetCompoundDataset(CompoundDataset(NCProject::Create(), "D", 4, {1})),
+               InvalidArgument);
+  // Replaced as a copy: the caller's object is not the project's.
+  CompoundDataset replacement(project, "C2", 3, {2});
+  project->SetCompoundDataset(replacement);
+  replacement.SetMembers({1});
+  EXPECT_EQ(project->GetCompoundDataset(3)->GetName(), "C2");
+  EXPECT_EQ(project->GetCompoundDataset(3)->GetMembers(), std::vector<int>{2});
+  EXPECT_EQ(project->GetCompoundDatasetNumbers(), std::vector<int>{3});
+  EXPECT_TRUE(project->RemoveCompoundDataset(3));
+  EXPECT_FALSE(project->RemoveCompoundDataset(3));
+  EXPECT_EQ(project->GetDataContainer(3), nullptr);
+  EXPECT_TRUE(project->SaveDataSet(NCDataSet::Create(project, 3)));
+
+  // Auxiliary data by name: replaced, listed sorted, forgotten.
+  NCDataMatrix<float> values(1, 1, 2.0F);
+  const AuxiliaryData first(values, NCIntegralVector<unsigned long, 0>(1, 5), "first");
+  project->SetAuxiliaryData("weights", first);
+  project->SetAuxiliaryData("loadings", AuxiliaryData());
+  const auto kept = project->GetAuxiliaryData("weights");
+  ASSERT_NE(kept, nullptr);
+  EXPECT_EQ(*kept, first);
+  project->SetAuxiliaryData("weights", AuxiliaryData());
+  EXPECT_EQ(*kept, first) << "a copy handed out stays as it was";
+  EXPECT_EQ(*project->GetAuxiliaryData("weights"), AuxiliaryData());
+  EXPECT_EQ(project->GetAuxiliaryDataNames(), (std::vector<std::string>{"loadings", "weights"}));
+  EXPECT_THROW(project->SetAuxiliaryData("", first), NCError);
+  EXPECT_EQ(project->GetAuxiliaryData("scores"), nullptr);
+  EXPECT_TRUE(project->RemoveAuxiliaryData("loadings"));
+  EXPECT_FALSE(project->RemoveAuxiliaryData("loadings"));
+  EXPECT_EQ(project->GetAuxiliaryDataNames(), std::vector<std::string>{"weights"});
 }

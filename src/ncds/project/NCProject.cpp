@@ -11,6 +11,9 @@
 
 #include "ncds/batch/BatchImportSettings.h"
 #include "ncds/batch/RUSPData.h"
+#include "ncds/dataset/AuxiliaryData.h"
+#include "ncds/dataset/CompoundDataset.h"
+#include "ncds/dataset/FullCompoundDataset.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCDataSetInfo.h"
 #include "ncds/foundations/Exception.h"
@@ -80,7 +83,7 @@ void NCProject::SetBatchImportSettings(const BatchImportSettings& settings) {
 }
 
 bool NCProject::SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) {
-  if (!dataSet) return false;
+  if (!dataSet || mCompounds.count(dataSet->GetNumber()) > 0) return false;
   auto info = boost::make_shared<NCDataSetInfo>(dataSet);
   std::string stream;
   if (!WriteDataSetStream(*dataSet, *info, stream)) return false;
@@ -88,6 +91,7 @@ bool NCProject::SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) {
   stored.stream = std::move(stream);
   stored.info = std::move(info);
   stored.loaded = std::move(dataSet);
+  RefreshCompounds();
   return true;
 }
 
@@ -111,7 +115,10 @@ void NCProject::EraseDataSetStream(int) {}
 
 boost::shared_ptr<NCDataContainerBase const> NCProject::GetDataContainer(int number) const {
   const auto it = mDataSets.find(number);
-  if (it == mDataSets.end()) return nullptr;
+  if (it == mDataSets.end()) {
+    const auto compound = mCompounds.find(number);
+    return compound == mCompounds.end() ? nullptr : compound->second;
+  }
   if (it->second.loaded) return it->second.loaded;
   return it->second.info;
 }
@@ -134,6 +141,7 @@ boost::shared_ptr<NCDataSet> NCProject::LoadDataSet(int number) {
   const boost::shared_ptr<NCDataSet> dataSet = NCDataSet::Create(shared_from_this(), number);
   if (!ReadDataSetStream(number, it->second.stream, *dataSet)) return nullptr;
   it->second.loaded = dataSet;
+  RefreshCompounds();
   return dataSet;
 }
 
@@ -146,6 +154,7 @@ bool NCProject::UnloadDataSet(int number) {
   const auto it = mDataSets.find(number);
   if (it == mDataSets.end() || !it->second.loaded) return false;
   it->second.loaded.reset();
+  RefreshCompounds();
   return true;
 }
 
@@ -155,11 +164,12 @@ const std::string* NCProject::GetDataSetStream(int number) const {
 }
 
 bool NCProject::RestoreDataSet(std::string stream, boost::shared_ptr<NCDataSetInfo const> info) {
-  if (!info) return false;
+  if (!info || mCompounds.count(info->GetNumber()) > 0) return false;
   StoredDataSet stored;
   stored.stream = std::move(stream);
   stored.info = std::move(info);
   mDataSets[stored.info->GetNumber()] = std::move(stored);
+  RefreshCompounds();
   return true;
 }
 
@@ -172,5 +182,117 @@ bool NCProject::RemoveDataSet(int number) {
   if (it == mDataSets.end()) return false;
   EraseDataSetStream(number);
   mDataSets.erase(it);
+  RefreshCompounds();
   return true;
 }
+
+void NCProject::RefreshCompounds() const {
+  for (const auto& entry : mCompounds) entry.second->Refresh();
+}
+
+bool NCProject::IsDataSetNumber(int number) const { return mDataSets.count(number) > 0; }
+
+void NCProject::WriteCompoundDatasets(const CompoundDatasets&) {}
+
+void NCProject::WriteAuxiliaryData(const AuxiliaryDataByName&) {}
+
+void NCProject::SetCompoundDataset(const CompoundDataset& compound) {
+  if (compound.GetProject().get() != this) {
+    throw InvalidArgument("NCProject::SetCompoundDataset: a compound dataset of another project");
+  }
+  const int number = compound.GetNumber();
+  if (IsDataSetNumber(number)) {
+    throw NCError(ExceptionMessage::translate(
+                      "Number {1} belongs to a dataset; the compound dataset \"{2}\" needs a "
+                      "number of its own.") %
+                  number % compound.GetName());
+  }
+  for (const int member : compound.GetMembers()) {
+    if (member == number || mCompounds.count(member) > 0) {
+      throw NCError(
+          ExceptionMessage::translate("Compound dataset {1} cannot include compound dataset {2}.") %
+          number % member);
+    }
+  }
+  CompoundDatasets compounds = mCompounds;
+  compounds[number] = boost::make_shared<CompoundDataset>(compound);
+  WriteCompoundDatasets(compounds);
+  mCompounds.swap(compounds);
+}
+
+boost::shared_ptr<CompoundDataset const> NCProject::GetCompoundDataset(int number) const {
+  const auto it = mCompounds.find(number);
+  return it == mCompounds.end() ? nullptr : it->second;
+}
+
+std::vector<int> NCProject::GetCompoundDatasetNumbers() const {
+  std::vector<int> numbers;
+  numbers.reserve(mCompounds.size());
+  for (const auto& entry : mCompounds) numbers.push_back(entry.first);
+  return numbers;
+}
+
+bool NCProject::RemoveCompoundDataset(int number) {
+  if (mCompounds.count(number) == 0) return false;
+  CompoundDatasets compounds = mCompounds;
+  compounds.erase(number);
+  WriteCompoundDatasets(compounds);
+  mCompounds.swap(compounds);
+  return true;
+}
+
+boost::shared_ptr<FullCompoundDataset> NCProject::MakeFullCompoundDataset(int number) {
+  auto compound = GetCompoundDataset(number);
+  if (!compound) return nullptr;
+  return boost::make_shared<FullCompoundDataset>(shared_from_this(), std::move(compound),
+                                                 GetDataSetLoader());
+}
+
+NCProject::DataSetLoader NCProject::GetDataSetLoader() {
+  const boost::weak_ptr<NCProjectBase> weak = shared_from_this();
+  return [weak](int number) -> boost::shared_ptr<NCDataSet const> {
+    const auto project = boost::static_pointer_cast<NCProject>(weak.lock());
+    if (!project) return nullptr;
+    if (project->IsDataSetLoaded(number)) {
+      return boost::dynamic_pointer_cast<NCDataSet const>(project->GetDataContainer(number));
+    }
+    return project->LoadDataSet(number);
+  };
+}
+
+void NCProject::RestoreCompoundDatasets(CompoundDatasets compounds) {
+  mCompounds = std::move(compounds);
+}
+
+void NCProject::SetAuxiliaryData(const std::string& name, AuxiliaryData data) {
+  if (name.empty()) {
+    throw NCError(ExceptionMessage::translate("Auxiliary data needs a name."));
+  }
+  AuxiliaryDataByName kept = mAuxiliary;
+  kept[name] = boost::make_shared<AuxiliaryData const>(std::move(data));
+  WriteAuxiliaryData(kept);
+  mAuxiliary.swap(kept);
+}
+
+boost::shared_ptr<AuxiliaryData const> NCProject::GetAuxiliaryData(const std::string& name) const {
+  const auto it = mAuxiliary.find(name);
+  return it == mAuxiliary.end() ? nullptr : it->second;
+}
+
+std::vector<std::string> NCProject::GetAuxiliaryDataNames() const {
+  std::vector<std::string> names;
+  names.reserve(mAuxiliary.size());
+  for (const auto& entry : mAuxiliary) names.push_back(entry.first);
+  return names;
+}
+
+bool NCProject::RemoveAuxiliaryData(const std::string& name) {
+  if (mAuxiliary.count(name) == 0) return false;
+  AuxiliaryDataByName kept = mAuxiliary;
+  kept.erase(name);
+  WriteAuxiliaryData(kept);
+  mAuxiliary.swap(kept);
+  return true;
+}
+
+void NCProject::RestoreAuxiliaryData(AuxiliaryDataByName data) { mAuxiliary = std::move(data); }

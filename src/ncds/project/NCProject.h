@@ -13,6 +13,15 @@
 // stream and a description (`RestoreDataSet`), unloaded. The streams are held in memory, each
 // about the size of its dataset's values.
 //
+// Compound datasets (`CompoundDataset`: several datasets seen as one) share the numbers of the
+// datasets: a number is a dataset's or a compound's, never both. The project keeps its own
+// copy of each compound and refreshes them whenever a dataset is saved, restored, loaded,
+// unloaded or removed. Removing a dataset leaves the compounds that include it in place,
+// reporting it among their missing members (and answering empty) until a dataset is stored
+// under that number again. Auxiliary data (`AuxiliaryData`) is kept by name for the models.
+// Both belong to the project's metadata; how they are stored is the concern of the subclass
+// (`WriteCompoundDatasets`, `WriteAuxiliaryData`).
+//
 // The change check allows every change unless a check has been installed with
 // `SetChangeCheck` (an application that asks its user, or a test that refuses). Unique IDs
 // are never reused while a record holds them and never take the two reserved values.
@@ -29,6 +38,9 @@
 #include "ncds/dataset/NCProjectBase.h"
 #include "ncds/ncds_export.h"
 
+class AuxiliaryData;
+class CompoundDataset;
+class FullCompoundDataset;
 class NCDataSetInfo;
 class RUSPData;
 
@@ -61,10 +73,11 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   void SetBatchImportSettings(const BatchImportSettings& settings) override;
 
   // Writes `dataSet` into a stream kept under its number, with its description, and keeps
-  // `dataSet` as the loaded dataset of that number. False when it could not be written; the
-  // project keeps what it had.
+  // `dataSet` as the loaded dataset of that number. False when it could not be written or its
+  // number is a compound's; the project keeps what it had.
   bool SaveDataSet(boost::shared_ptr<NCDataSet const> dataSet) override;
-  // The loaded dataset of `number`, else its description; null when none is stored.
+  // The loaded dataset of `number`, else its description, else the compound of that number;
+  // null when none is stored.
   boost::shared_ptr<NCDataContainerBase const> GetDataContainer(int number) const override;
   // The description of the dataset saved under `number`, or null.
   boost::shared_ptr<NCDataSetInfo const> GetDataSetInfo(int number) const;
@@ -85,10 +98,48 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   const std::string* GetDataSetStream(int number) const;
   // Stores a dataset saved elsewhere as its "NCDS" stream and description, under the
   // description's number and not loaded; it replaces what was stored there. The stream is
-  // read only when the dataset is loaded. False for a null description.
+  // read only when the dataset is loaded. False for a null description or a compound's number.
   bool RestoreDataSet(std::string stream, boost::shared_ptr<NCDataSetInfo const> info);
-  // Forgets the dataset stored under `number`; false when there is none.
+  // Forgets the dataset stored under `number`; false when there is none (a compound is removed
+  // with `RemoveCompoundDataset`). Compounds that include it keep it as a missing member.
   virtual bool RemoveDataSet(int number);
+
+  // ---- Compound datasets ----
+  using CompoundDatasets = std::map<int, boost::shared_ptr<CompoundDataset const>>;
+  // Hands out a dataset with its values by number, as `FullCompoundDataset` asks for them.
+  using DataSetLoader = std::function<boost::shared_ptr<NCDataSet const>(int number)>;
+
+  // Keeps a copy of `compound` under its number, replacing the compound stored there. Throws
+  // `NCError` when the number is taken by a dataset or a member is a compound's number (the
+  // compound's own included), and `InvalidArgument` for a compound of another project; the
+  // project then keeps what it had. Members the project does not hold are allowed (missing).
+  void SetCompoundDataset(const CompoundDataset& compound);
+  // The compound stored under `number`, or null.
+  boost::shared_ptr<CompoundDataset const> GetCompoundDataset(int number) const;
+  // The numbers of the stored compounds, ascending.
+  std::vector<int> GetCompoundDatasetNumbers() const;
+  // Forgets compound `number`; false when there is none.
+  bool RemoveCompoundDataset(int number);
+  // Compound `number` with its values, taken through `GetDataSetLoader`; null when no
+  // compound is stored under `number`.
+  boost::shared_ptr<FullCompoundDataset> MakeFullCompoundDataset(int number);
+  // A loader that answers the loaded dataset of a number, else loads it (`LoadDataSet`: it
+  // stays loaded); null when none is stored, its stream is damaged or the project is gone
+  // (the loader refers to the project weakly). A damaged project file throws `NCError`.
+  DataSetLoader GetDataSetLoader();
+
+  // ---- Auxiliary data ----
+  using AuxiliaryDataByName = std::map<std::string, boost::shared_ptr<AuxiliaryData const>>;
+
+  // Keeps `data` under `name`, replacing what was kept there. Throws `NCError` for an empty
+  // name; the project then keeps what it had.
+  void SetAuxiliaryData(const std::string& name, AuxiliaryData data);
+  // The data kept under `name`, or null. A later set replaces it without changing this copy.
+  boost::shared_ptr<AuxiliaryData const> GetAuxiliaryData(const std::string& name) const;
+  // The names of the data kept, sorted.
+  std::vector<std::string> GetAuxiliaryDataNames() const;
+  // Forgets the data kept under `name`; false when there is none.
+  bool RemoveAuxiliaryData(const std::string& name);
 
   // The batch structures and row IDs kept per dataset; saved with the project.
   RUSPData& GetRUSPData() { return *mRUSPData; }
@@ -110,6 +161,21 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
                                   std::string& kept);
   virtual bool ReadDataSetStream(int number, const std::string& kept, NCDataSet& dataSet);
   virtual void EraseDataSetStream(int number);
+  // Where compounds and auxiliary data go when they change: called with the whole new
+  // collection before the project takes it. This project keeps them in memory only; a project
+  // kept in a file writes them and may throw `NCError`, and the project then keeps what it had.
+  virtual void WriteCompoundDatasets(const CompoundDatasets& compounds);
+  virtual void WriteAuxiliaryData(const AuxiliaryDataByName& data);
+  // Whether `number` belongs to a dataset: a stored one here; a project file adds the numbers
+  // of its damaged datasets.
+  virtual bool IsDataSetNumber(int number) const;
+
+  const CompoundDatasets& GetCompoundDatasets() const { return mCompounds; }
+  const AuxiliaryDataByName& GetAuxiliaryDataByName() const { return mAuxiliary; }
+  // Takes collections read from storage as they are, without the checks of the setters and
+  // without writing them.
+  void RestoreCompoundDatasets(CompoundDatasets compounds);
+  void RestoreAuxiliaryData(AuxiliaryDataByName data);
 
  private:
   // What the project keeps of one dataset.
@@ -120,12 +186,16 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   };
 
   bool IsTaken(unsigned long id) const;
+  // Has every compound work out its rows and columns again: a dataset changed.
+  void RefreshCompounds() const;
 
   std::unique_ptr<NCVariables> mVariables;
   std::unique_ptr<NCObservations> mObservations;
   std::unique_ptr<BatchImportSettings> mSettings;
   std::unique_ptr<RUSPData> mRUSPData;
   std::map<int, StoredDataSet> mDataSets;
+  CompoundDatasets mCompounds;
+  AuxiliaryDataByName mAuxiliary;
   ChangeCheck mChangeCheck;
   unsigned long mLastUniqueID = 0;
   int mDependencyCount = 0;

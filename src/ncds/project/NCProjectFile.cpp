@@ -8,6 +8,8 @@
 
 #include "ncds/batch/BatchImportSettings.h"
 #include "ncds/batch/RUSPData.h"
+#include "ncds/dataset/AuxiliaryData.h"
+#include "ncds/dataset/CompoundDataset.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCDataSetInfo.h"
 #include "ncds/foundations/Exception.h"
@@ -15,7 +17,9 @@
 #include "ncds/foundations/NCProgress.h"
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
+#include "ncds/project/detail/AuxiliaryDataStream.h"
 #include "ncds/project/detail/BlobChunks.h"
+#include "ncds/project/detail/CompoundDatasetsStream.h"
 #include "ncds/project/detail/EncodedStream.h"
 #include "ncds/project/detail/LightObjectStream.h"
 #include "ncds/project/detail/Sqlite.h"
@@ -30,6 +34,8 @@ const char* const kVariablesStream = "variables";
 const char* const kObservationsStream = "observations";
 const char* const kSettingsStream = "settings";
 const char* const kRUSPStream = "rusp";
+const char* const kCompoundsStream = "compounds";
+const char* const kAuxiliaryStream = "auxiliary";
 
 std::string DataSetStream(int number) { return "dataset/" + std::to_string(number); }
 std::string InfoStream(int number) { return "info/" + std::to_string(number); }
@@ -230,6 +236,19 @@ void NCProjectFile::ReadProject() {
     }
   }
   numbers.Reset();
+
+  // Compounds and auxiliary data came later: files from before them have neither stream.
+  ncds::detail::CompoundDatasetsStream compounds(shared_from_this());
+  ncds::detail::AuxiliaryDataStream auxiliary;
+  if (!ncds::detail::ReadOptionalObject(db, ncds::detail::kCompoundsStream, compounds) ||
+      !ncds::detail::ReadOptionalObject(db, ncds::detail::kAuxiliaryStream, auxiliary)) {
+    ncds::detail::ThrowDamaged(db.Path());
+  }
+  for (const auto& entry : compounds.GetCompounds()) {
+    if (IsDataSetNumber(entry.first)) ncds::detail::ThrowDamaged(db.Path());
+  }
+  RestoreCompoundDatasets(compounds.TakeCompounds());
+  RestoreAuxiliaryData(auxiliary.TakeData());
   transaction.Commit();
 }
 
@@ -266,6 +285,22 @@ std::vector<NCProjectFile::DataSetSummary> NCProjectFile::ListDataSets(const std
   return summaries;
 }
 
+std::vector<NCProjectFile::CompoundSummary> NCProjectFile::ListCompoundDatasets(
+    const std::string& path) {
+  const boost::shared_ptr<NCProjectFile> project = Connect(path, false);
+  SqliteTransaction transaction(*project->mDb, SqliteTransaction::kWriteIfWritable);
+  project->CheckFormat(false);
+  ncds::detail::CompoundDatasetsStream compounds(project);
+  if (!ncds::detail::ReadOptionalObject(*project->mDb, ncds::detail::kCompoundsStream, compounds)) {
+    ncds::detail::ThrowDamaged(path);
+  }
+  std::vector<CompoundSummary> summaries;
+  for (const auto& [number, compound] : compounds.GetCompounds()) {
+    summaries.push_back({number, compound->GetName(), compound->GetMembers()});
+  }
+  return summaries;
+}
+
 void NCProjectFile::Initialise() {
   SqliteDatabase& db = *mDb;
   ncds::detail::CreateChunkTable(db);
@@ -298,6 +333,12 @@ void NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataS
                Encode(GetBatchImportSettings(), ncds::detail::kDefaultChunkSize, path));
   writer.Write(ncds::detail::kRUSPStream,
                Encode(ncds::detail::LightObjectStream<const RUSPData>(GetRUSPData()),
+                      ncds::detail::kDefaultChunkSize, path));
+  writer.Write(ncds::detail::kCompoundsStream,
+               Encode(ncds::detail::CompoundDatasetsStream(nullptr, GetCompoundDatasets()),
+                      ncds::detail::kDefaultChunkSize, path));
+  writer.Write(ncds::detail::kAuxiliaryStream,
+               Encode(ncds::detail::AuxiliaryDataStream(GetAuxiliaryDataByName()),
                       ncds::detail::kDefaultChunkSize, path));
   // The dataset's rows and columns refer to records: they are saved with it.
   if (dataSet) writer.Write(ncds::detail::DataSetStream(info->GetNumber()), *dataSet);
@@ -358,6 +399,30 @@ void NCProjectFile::EraseDataSetStream(int number) {
   remove.Bind(1, std::int64_t{number}).Step();
   transaction.Commit();
   mDamaged.erase(number);
+}
+
+void NCProjectFile::WriteCompoundDatasets(const CompoundDatasets& compounds) {
+  SqliteTransaction transaction(*mDb);
+  ncds::detail::SaveWriter writer(*mDb);
+  writer.Write(ncds::detail::kCompoundsStream,
+               ncds::detail::Encode(ncds::detail::CompoundDatasetsStream(nullptr, compounds),
+                                    ncds::detail::kDefaultChunkSize, mDb->Path()));
+  writer.Finish();
+  transaction.Commit();
+}
+
+void NCProjectFile::WriteAuxiliaryData(const AuxiliaryDataByName& data) {
+  SqliteTransaction transaction(*mDb);
+  ncds::detail::SaveWriter writer(*mDb);
+  writer.Write(ncds::detail::kAuxiliaryStream,
+               ncds::detail::Encode(ncds::detail::AuxiliaryDataStream(data),
+                                    ncds::detail::kDefaultChunkSize, mDb->Path()));
+  writer.Finish();
+  transaction.Commit();
+}
+
+bool NCProjectFile::IsDataSetNumber(int number) const {
+  return NCProject::IsDataSetNumber(number) || mDamaged.count(number) > 0;
 }
 
 bool NCProjectFile::RemoveDataSet(int number) {

@@ -7,6 +7,11 @@
 // `SaveDataSet` writes the dataset and the metadata in one transaction and throws `NCError`
 // when the file fails (the file and the project then keep what they had).
 //
+// Compound datasets and auxiliary data are part of the metadata: each change of them
+// (`SetCompoundDataset`, `RemoveCompoundDataset`, `SetAuxiliaryData`, `RemoveAuxiliaryData`) is
+// written at once in a transaction of its own, and every save writes them again with the rest
+// of the metadata. A file from before them opens without any.
+//
 // Opening a project reads its metadata and the description (`NCDataSetInfo`) of every
 // dataset, never a matrix; a dataset's values are read when it is loaded (`LoadDataSet`).
 // Each save (`SaveDataSet`, `SaveMetadata`, `RemoveDataSet`) is one transaction that writes
@@ -50,6 +55,15 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   // of the file without opening the project: fast for any size of project. Throws `NCError`
   // as `Open` does.
   static std::vector<DataSetSummary> ListDataSets(const std::string& path);
+  // What a listing shows of a stored compound dataset.
+  struct CompoundSummary {
+    int number = 0;
+    std::string name;
+    std::vector<int> members;
+  };
+  // The compound datasets stored in the project file at `path`, by number, read without
+  // opening the project. Throws `NCError` as `Open` does, and for a damaged list.
+  static std::vector<CompoundSummary> ListCompoundDatasets(const std::string& path);
 
   // Opens the project file at `path`; with `create`, an absent (or empty) file becomes a new,
   // empty project. Throws `NCError` when the file cannot serve as a project.
@@ -81,6 +95,9 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   // Throws `NCError` naming the dataset when its stored data is damaged.
   bool ReadDataSetStream(int number, const std::string& kept, NCDataSet& dataSet) override;
   void EraseDataSetStream(int number) override;
+  void WriteCompoundDatasets(const CompoundDatasets& compounds) override;
+  void WriteAuxiliaryData(const AuxiliaryDataByName& data) override;
+  bool IsDataSetNumber(int number) const override;
 
  private:
   NCProjectFile();
