@@ -4,8 +4,10 @@
 # lists the project, shows the dataset and its batches, deletes one batch, renames one phase,
 # derives a lagged variable, aligns the batches phase by phase on their time into a second
 # dataset, stores local centers per batch and phase with it (examples/data/
-# fermentation-centers.csv), and exports both datasets to CSV again, the aligned one also
-# locally centered.
+# fermentation-centers.csv), exports both datasets to CSV again, the aligned one also
+# locally centered, summarizes the aligned batches phase by phase into a batch-level dataset
+# (one row per batch), merges the batches' final titres into it, combines the two into one
+# compound dataset, and exports the batch-level dataset.
 #   scripts/run.sh [PROJECT]    default: build/release/fermentation.ncds
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -19,9 +21,10 @@ project="${1:-build/release/fermentation.ncds}"
 export_file="${project%.ncds}-export.csv"
 aligned_file="${project%.ncds}-aligned.csv"
 centered_file="${project%.ncds}-centered.csv"
+summary_file="${project%.ncds}-batch-level.csv"
 
 # A new project each run; the import creates it.
-rm -f "$project" "$export_file" "$aligned_file" "$centered_file"
+rm -f "$project" "$export_file" "$aligned_file" "$centered_file" "$summary_file"
 run() {
   echo "== ncds $*"
   "$ncds" "$@"
@@ -44,8 +47,17 @@ run export "$project" aligned -o "$aligned_file"
 run center "$project" aligned --centers examples/data/fermentation-centers.csv
 run export "$project" aligned --centered -o "$centered_file"
 run fingerprint "$project" aligned
+run summarize "$project" aligned --by-phase --variables Temperature,pH,DissolvedO2,Biomass \
+  --stats Mean,StdDev,Min,Max,Slope --name batch-level
+run summarize "$project" 1 --variables Biomass,Product --stats Last,Max --name titres
+run merge "$project" batch-level titres
+run combine "$project" batch-level titres --name summaries
+run list "$project"
+run show "$project" batch-level --rows 3
+run export "$project" batch-level -o "$summary_file"
 echo
 echo "Project file: $project"
 echo "Export:       $export_file"
 echo "Aligned:      $aligned_file"
 echo "Centered:     $centered_file"
+echo "Batch level:  $summary_file"

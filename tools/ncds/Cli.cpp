@@ -7,10 +7,12 @@
 #include <cstddef>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "ncds/dataset/CompoundDataset.h"
 #include "ncds/dataset/DataSetPredictionData.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCDataSetInfo.h"
@@ -25,6 +27,7 @@
 #include "ncds/metadata/VariableInfo.h"
 #include "ncds/project/NCProjectFile.h"
 #include "tools/ncds/BatchCommands.h"
+#include "tools/ncds/CombineCommands.h"
 #include "tools/ncds/CsvExport.h"
 #include "tools/ncds/CsvImport.h"
 #include "tools/ncds/CsvOptions.h"
@@ -66,6 +69,11 @@ struct Request {
   bool update = false;
   std::string centers;
   bool centered = false;
+  // ncds summarize, merge and combine.
+  CombineCommands::SummaryChoice summary;
+  std::string mergeFrom;
+  bool keep = false;
+  std::vector<std::string> members;
 };
 
 std::string Kind(int dataType) {
@@ -77,6 +85,16 @@ std::string FormatNumber(float value) {
   char text[32];
   const std::to_chars_result result = std::to_chars(text, text + sizeof text, value);
   return std::string(text, result.ptr);
+}
+
+// The number of the compound dataset that `which` names, by number or else by name; 0 for none.
+int FindCompound(const NCProjectFile& project, const std::string& which) {
+  for (const int number : project.GetCompoundDatasetNumbers()) {
+    if (which == std::to_string(number) || which == project.GetCompoundDataset(number)->GetName()) {
+      return number;
+    }
+  }
+  return 0;
 }
 
 // The number of the dataset that `which` names, by number or else by name.
@@ -92,8 +110,24 @@ int FindDataSet(const NCProjectFile& project, const std::string& which) {
     const boost::shared_ptr<NCDataSetInfo const> info = project.GetDataSetInfo(n);
     if (info && which == info->GetName()) return n;
   }
+  if (const int compound = FindCompound(project, which)) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} is a compound dataset: it can be shown, "
+                                              "exported and deleted, and its members changed.") %
+                  compound);
+  }
   throw NCError(ExceptionMessage::translate("Project {1} has no dataset {2}.") % project.GetPath() %
                 which);
+}
+
+// The number of the compound dataset `which` names when no dataset has that number or name;
+// 0 otherwise.
+int FindOnlyCompound(const NCProjectFile& project, const std::string& which) {
+  const std::vector<int> numbers = project.GetDataSetNumbers();
+  for (const int n : numbers) {
+    const boost::shared_ptr<NCDataSetInfo const> info = project.GetDataSetInfo(n);
+    if (which == std::to_string(n) || (info && which == info->GetName())) return 0;
+  }
+  return FindCompound(project, which);
 }
 
 // Loads dataset `number`; rows whose observation records are gone are pointed out on `err`.
@@ -112,6 +146,21 @@ boost::shared_ptr<NCDataSet> Load(NCProjectFile& project, int number, std::ostre
         << '\n';
   }
   return dataSet;
+}
+
+// The first number no dataset of the project has.
+int FreeNumber(const NCProjectFile& project) {
+  int number = 1;
+  while (project.GetDataContainer(number)) ++number;
+  return number;
+}
+
+// Saves `dataSet` into the project, or says that it could not be.
+void SaveOrThrow(NCProjectFile& project, const boost::shared_ptr<NCDataSet>& dataSet) {
+  if (!project.SaveDataSet(dataSet)) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") %
+                  dataSet->GetNumber() % project.GetPath());
+  }
 }
 
 int Import(const Request& request, std::ostream& out, std::ostream& err) {
@@ -141,8 +190,30 @@ int Import(const Request& request, std::ostream& out, std::ostream& err) {
 }
 
 int List(const Request& request, std::ostream& out) {
-  const std::vector<NCProjectFile::DataSetSummary> summaries =
+  std::vector<NCProjectFile::DataSetSummary> summaries =
       NCProjectFile::ListDataSets(request.project);
+  // Compound datasets need the project for their sizes: it is opened only when there are some.
+  std::map<int, std::string> compoundKinds;
+  const std::vector<NCProjectFile::CompoundSummary> compounds =
+      NCProjectFile::ListCompoundDatasets(request.project);
+  if (!compounds.empty()) {
+    const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+    for (const NCProjectFile::CompoundSummary& entry : compounds) {
+      const auto compound = project->GetCompoundDataset(entry.number);
+      std::string members;
+      for (const int member : entry.members) {
+        members += (members.empty() ? "" : ", ") + std::to_string(member);
+      }
+      compoundKinds[entry.number] =
+          compound->GetMissingMembers().empty()
+              ? (ExceptionMessage::translate("compound of {1}") % members).str()
+              : (ExceptionMessage::translate("compound of {1}, members missing") % members).str();
+      summaries.push_back({entry.number, entry.name, compound->SizeObservations(),
+                           compound->SizeVariables(), compound->GetDataType()});
+    }
+    std::sort(summaries.begin(), summaries.end(),
+              [](const auto& a, const auto& b) { return a.number < b.number; });
+  }
   if (summaries.empty()) {
     out << (ExceptionMessage::translate("Project {1} has no datasets.") % request.project).str()
         << '\n';
@@ -157,7 +228,8 @@ int List(const Request& request, std::ostream& out) {
   for (const NCProjectFile::DataSetSummary& summary : summaries) {
     table.AddRow({std::to_string(summary.number), summary.name,
                   std::to_string(summary.observations), std::to_string(summary.variables),
-                  Kind(summary.dataType)});
+                  compoundKinds.count(summary.number) > 0 ? compoundKinds[summary.number]
+                                                          : Kind(summary.dataType)});
   }
   table.Print(out);
   return 0;
@@ -191,10 +263,23 @@ std::string Levels(const VariableInfo& info) {
   return levels;
 }
 
+// Dataset `which` of the project, or a compound dataset's values as one; the line that
+// describes a compound goes to `described`.
+boost::shared_ptr<NCDataSet> LoadAny(NCProjectFile& project, const std::string& which,
+                                     std::ostream& err, std::string* described) {
+  if (const int compound = FindOnlyCompound(project, which)) {
+    boost::shared_ptr<NCDataSet> values = CombineCommands::Materialize(project, compound);
+    if (described) *described = CombineCommands::Describe(*project.GetCompoundDataset(compound));
+    return values;
+  }
+  return Load(project, FindDataSet(project, which), err);
+}
+
 int Show(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
-  const int number = FindDataSet(*project, request.dataSet);
-  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
+  std::string described;
+  const boost::shared_ptr<NCDataSet> dataSet = LoadAny(*project, request.dataSet, err, &described);
+  const int number = dataSet->GetNumber();
   const NCVariables& variables = project->GetVariables();
   const NCObservations& observations = project->GetObservations();
   const int rows = dataSet->SizeObservations();
@@ -203,11 +288,13 @@ int Show(const Request& request, std::ostream& out, std::ostream& err) {
   const std::string batches = BatchCommands::Describe(*dataSet);
   const std::string kind = batches.empty() ? Kind(dataSet->GetDataType())
                                            : Kind(dataSet->GetDataType()) + ", " + batches;
-  out << (ExceptionMessage::translate(
-              "Dataset {1} \"{2}\": {3} observations, {4} variables, {5}.") %
-          number % dataSet->GetName() % rows % columns % kind)
-             .str()
-      << "\n\n";
+  if (described.empty()) {
+    described =
+        (ExceptionMessage::translate("Dataset {1} \"{2}\": {3} observations, {4} variables, {5}.") %
+         number % dataSet->GetName() % rows % columns % kind)
+            .str();
+  }
+  out << described << "\n\n";
 
   TextTable variableTable;
   variableTable.AddRow({NCMessages::Translate("column header", "No."),
@@ -312,8 +399,8 @@ int EditDataSet(const Request& request, std::ostream& out, std::ostream& err, Ed
 
 int Export(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
-  const int number = FindDataSet(*project, request.dataSet);
-  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
+  const boost::shared_ptr<NCDataSet> dataSet = LoadAny(*project, request.dataSet, err, nullptr);
+  const int number = dataSet->GetNumber();
   CsvExportOptions options;
   options.centered = request.centered;
   if (request.centered && !dataSet->GetLocalCenteringData()) {
@@ -347,8 +434,7 @@ int Align(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const boost::shared_ptr<NCDataSet> dataSet =
       Load(*project, FindDataSet(*project, request.dataSet), err);
-  int number = 1;
-  while (project->GetDataContainer(number)) ++number;
+  const int number = FreeNumber(*project);
   const std::string name =
       request.name.empty() ? (ExceptionMessage::translate("{1} aligned") % dataSet->GetName()).str()
                            : request.name;
@@ -375,6 +461,42 @@ int Align(const Request& request, std::ostream& out, std::ostream& err) {
   return 0;
 }
 
+int Summarize(const Request& request, std::ostream& out, std::ostream& err) {
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  const boost::shared_ptr<NCDataSet> dataSet =
+      Load(*project, FindDataSet(*project, request.dataSet), err);
+  const int number = FreeNumber(*project);
+  const std::string name =
+      request.name.empty()
+          ? (ExceptionMessage::translate("{1} batch level") % dataSet->GetName()).str()
+          : request.name;
+  boost::shared_ptr<NCDataSet> summary;
+  std::string line;
+  {
+    const ProgressLine progress(request.progress, NCMessages::Translate("Summarizing the batches"),
+                                err);
+    line = CombineCommands::Summarize(*dataSet, request.summary, name, number, summary);
+  }
+  {
+    const ProgressLine progress(request.progress, NCMessages::Translate("Saving the project"), err);
+    SaveOrThrow(*project, summary);
+  }
+  out << line << (ExceptionMessage::translate("Added dataset {1} \"{2}\".") % number % name).str()
+      << '\n';
+  return 0;
+}
+
+int Combine(const Request& request, std::ostream& out) {
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  std::vector<int> members;
+  for (const std::string& member : request.members) {
+    members.push_back(FindDataSet(*project, member));
+  }
+  const int number = FreeNumber(*project);
+  out << CombineCommands::Combine(*project, members, request.name, number);
+  return 0;
+}
+
 int Fingerprint(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const boost::shared_ptr<NCDataSet> dataSet =
@@ -385,6 +507,15 @@ int Fingerprint(const Request& request, std::ostream& out, std::ostream& err) {
 
 int Delete(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  if (const int compound = FindOnlyCompound(*project, request.dataSet)) {
+    const std::string name = project->GetCompoundDataset(compound)->GetName();
+    project->RemoveCompoundDataset(compound);
+    out << (ExceptionMessage::translate("Deleted compound dataset {1} \"{2}\" from {3}.") %
+            compound % name % request.project)
+               .str()
+        << '\n';
+    return 0;
+  }
   const int number = FindDataSet(*project, request.dataSet);
   const std::string name = project->GetDataSetInfo(number)->GetName();
   bool removed = false;
@@ -600,6 +731,62 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
       "fingerprint", NCMessages::Translate("Print the MD5 fingerprint of a dataset's values."));
   addDataSet(fingerprint);
 
+  CLI::App* summarize = app.add_subcommand(
+      "summarize", NCMessages::Translate("Summarize the batches of a batch dataset into a new "
+                                         "batch-level dataset, one row per batch."));
+  addDataSet(summarize);
+  summarize
+      ->add_option("--stats", request.summary.statistics,
+                   (ExceptionMessage::translate(
+                        "the statistics, comma-separated, of N, Duration, First, Last, Min, Max, "
+                        "Range, Mean, Median, StdDev, Variance, Slope, Area (default {1})") %
+                    CombineCommands::kDefaultStatistics)
+                       .str())
+      ->type_name("LIST");
+  summarize
+      ->add_option("--variables", request.summary.variables,
+                   NCMessages::Translate("the variables, comma-separated (default: every "
+                                         "quantitative variable)"))
+      ->type_name("LIST")
+      ->allow_extra_args(false);
+  summarize->add_option("--maturity", request.summary.maturity,
+                        NCMessages::Translate("the maturity for Duration, Slope and Area "
+                                              "(default: the observations' positions)"));
+  summarize->add_flag("--by-phase", request.summary.byPhase,
+                      NCMessages::Translate("summarize each phase of every batch"));
+  summarize->add_flag("--conditions", request.summary.conditions,
+                      NCMessages::Translate("add the batch conditions as columns"));
+  summarize->add_option("--name", request.name, NCMessages::Translate("the new dataset's name"));
+
+  CLI::App* merge = app.add_subcommand(
+      "merge", NCMessages::Translate("Merge a dataset into another: its new variables become "
+                                     "columns, its new observations rows."));
+  merge->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
+      ->required();
+  merge
+      ->add_option("INTO", request.dataSet,
+                   NCMessages::Translate("the dataset that receives (number or name)"))
+      ->required();
+  merge
+      ->add_option("FROM", request.mergeFrom,
+                   NCMessages::Translate("the dataset merged into it (number or name)"))
+      ->required();
+  merge->add_flag("--keep", request.keep,
+                  NCMessages::Translate("keep the values both datasets have (default: take the "
+                                        "merged dataset's)"));
+
+  CLI::App* combine = app.add_subcommand(
+      "combine", NCMessages::Translate("Add a compound dataset: several datasets seen as one, "
+                                       "their observations one after the other."));
+  combine->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
+      ->required();
+  combine
+      ->add_option("DATASET", request.members,
+                   NCMessages::Translate("the member datasets (numbers or names), in order"))
+      ->required();
+  combine->add_option("--name", request.name, NCMessages::Translate("the compound's name"))
+      ->required();
+
   try {
     app.parse(argc, argv);
     for (const std::string& entry : phasePoints) {
@@ -651,6 +838,8 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     if (batches->parsed()) return detail::Batches(request, out, err);
     if (align->parsed()) return detail::Align(request, out, err);
     if (fingerprint->parsed()) return detail::Fingerprint(request, out, err);
+    if (summarize->parsed()) return detail::Summarize(request, out, err);
+    if (combine->parsed()) return detail::Combine(request, out);
     if (derive->parsed()) {
       if (!request.update && request.formula.empty()) {
         err << NCMessages::Translate("Give --name and --formula, or --update.") << '\n';
@@ -679,6 +868,19 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
         return (ExceptionMessage::translate("Removed {1} observations without a record.\n") %
                 BatchCommands::DropRowsWithoutRecord(dataSet))
             .str();
+      });
+    }
+    if (merge->parsed()) {
+      // The merged dataset is read before the receiving one is edited.
+      boost::shared_ptr<NCDataSet> from;
+      return detail::EditDataSet(request, out, err, [&](NCDataSet& dataSet) {
+        const auto project = boost::static_pointer_cast<NCProjectFile>(dataSet.GetProject());
+        const int number = detail::FindDataSet(*project, request.mergeFrom);
+        if (number == dataSet.GetNumber()) {
+          throw NCError(ExceptionMessage::translate("A dataset cannot be merged into itself."));
+        }
+        from = detail::Load(*project, number, err);
+        return CombineCommands::Merge(dataSet, *from, request.keep);
       });
     }
     if (renamePhase->parsed()) {

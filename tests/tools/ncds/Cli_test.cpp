@@ -461,12 +461,73 @@ TEST(Cli, BatchFilesThatCannotBeImported) {
             std::string::npos);
 }
 
+TEST(Cli, SummarizeBatchesAndMergeSummaries) {
+  const ncds::test::TempFile data("cli_summary.csv");
+  const ncds::test::TempFile project("cli_summary.ncds");
+  ImportRuns(data.path(), project.path());
+  Outcome o = RunNcds({"summarize", project.path(), "runs", "--by-phase", "--stats", "mean, n",
+                       "--variables", "temp", "--maturity", "Time", "--name", "levels"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out, "Summarized 3 batches into 4 columns.\nAdded dataset 2 \"levels\".\n");
+  o = RunNcds({"export", project.path(), "levels"});
+  EXPECT_EQ(o.out,
+            "Primary ID,Batch,Temp_Growth_Mean,Temp_Growth_N,Temp_Feed_Mean,Temp_Feed_N\n"
+            "B1,B1,31,2,34.5,2\nB2,B2,31,1,34,1\nB3,B3,35,1,,0\n");
+
+  // Last values of whole batches merge into the phase summaries by batch name.
+  ASSERT_EQ(RunNcds({"summarize", project.path(), "runs", "--stats", "Last,Mean", "--variables",
+                     "Temp", "--name", "last"})
+                .code,
+            0);
+  o = RunNcds({"merge", project.path(), "levels", "last", "--keep"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find("Variables added: 2\nObservations added: 0\nObservations matched by "
+                       "primary ID: 3\n"),
+            std::string::npos)
+      << o.out;
+  const std::string merged =
+      "Primary ID,Batch,Temp_Growth_Mean,Temp_Growth_N,Temp_Feed_Mean,Temp_Feed_N,Temp_Last,"
+      "Temp_Mean\nB1,B1,31,2,34.5,2,36,32.75\nB2,B2,31,1,34,1,34,32.5\nB3,B3,35,1,,0,35,35\n";
+  EXPECT_EQ(RunNcds({"export", project.path(), "levels"}).out, merged);
+
+  // A compound of the two summaries shows and exports their rows one after the other; once a
+  // member is deleted it says so.
+  o = RunNcds({"combine", project.path(), "levels", "3", "--name", "both"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out, "Compound dataset 4 \"both\" of datasets 2, 3: 6 observations, 6 variables.\n");
+  o = RunNcds({"list", project.path()});
+  EXPECT_NE(o.out.find("compound of 2, 3"), std::string::npos) << o.out;
+  EXPECT_EQ(RunNcds({"export", project.path(), "both"}).out,
+            merged + "B1,B1,,,,,36,32.75\nB2,B2,,,,,34,32.5\nB3,B3,,,,,35,35\n");
+  ExpectOneLineError(RunNcds({"derive", project.path(), "both", "--update"}), 1,
+                     "is a compound dataset");
+  ASSERT_EQ(RunNcds({"delete", project.path(), "last"}).code, 0);
+  ExpectOneLineError(RunNcds({"show", project.path(), "both"}), 1,
+                     "Compound dataset 4 \"both\" is empty: its member datasets 3 are no longer");
+  EXPECT_NE(RunNcds({"list", project.path()}).out.find("members missing"), std::string::npos);
+  ASSERT_EQ(RunNcds({"delete", project.path(), "both"}).code, 0);
+
+  // Refusals add and change nothing.
+  const std::string before = Listing(project.path());
+  ExpectOneLineError(RunNcds({"summarize", project.path(), "runs", "--stats", "Mode"}), 1,
+                     "Mode is not a statistic");
+  ExpectOneLineError(RunNcds({"summarize", project.path(), "levels"}), 1, "is not a batch dataset");
+  ExpectOneLineError(RunNcds({"summarize", project.path(), "runs", "--variables", "Pressure"}), 1,
+                     "has no variable Pressure");
+  ExpectOneLineError(RunNcds({"merge", project.path(), "levels", "levels"}), 1,
+                     "cannot be merged into itself");
+  ExpectOneLineError(RunNcds({"merge", project.path(), "levels", "nothing"}), 1,
+                     "has no dataset nothing");
+  EXPECT_EQ(Listing(project.path()), before);
+}
+
 TEST(Cli, EveryCommandExplainsItself) {
   const std::vector<std::pair<std::string, std::string>> commands = {
-      {"import", "--missing"},    {"list", "PROJECT"},     {"show", "--rows"},
-      {"export", "--output"},     {"delete", "DATASET"},   {"batches", "DATASET"},
-      {"delete-batches", "--in"}, {"rename-phase", "NEW"}, {"align", "--phase-points"},
-      {"derive", "--update"},     {"center", "--centers"}, {"fingerprint", "DATASET"}};
+      {"import", "--missing"},     {"list", "PROJECT"},     {"show", "--rows"},
+      {"export", "--output"},      {"delete", "DATASET"},   {"batches", "DATASET"},
+      {"delete-batches", "--in"},  {"rename-phase", "NEW"}, {"align", "--phase-points"},
+      {"derive", "--update"},      {"center", "--centers"}, {"fingerprint", "DATASET"},
+      {"summarize", "--by-phase"}, {"merge", "--keep"},     {"combine", "--name"}};
   for (const auto& [command, option] : commands) {
     const Outcome o = RunNcds({command, "--help"});
     EXPECT_EQ(o.code, 0) << command;
