@@ -382,6 +382,13 @@ std::unique_ptr<BatchInfoVector> MergedBatches(const NCObservations& observation
   for (const auto& batch : here) {
     if (batch) known[batch->GetBatchName()].push_back(batch.get());
   }
+  // The first record of each name in `other`, looked up once rather than batch by batch.
+  std::unordered_map<std::string, const BatchInfo*> theirs;
+  if (other) {
+    for (const auto& batch : *other) {
+      if (batch) theirs.emplace(batch->GetBatchName(), batch.get());
+    }
+  }
   std::unordered_map<std::string, std::size_t> used;
   for (auto& batch : *batches) {
     if (!batch) continue;
@@ -390,8 +397,8 @@ std::unique_ptr<BatchInfoVector> MergedBatches(const NCObservations& observation
     std::size_t& k = used[name];
     if (mine != known.end() && k < mine->second.size()) {
       batch = WithSettings(*batch, *mine->second[k++]);
-    } else if (const auto theirs = BatchUtilities::FindBatch(other, name.c_str())) {
-      batch = WithSettings(*batch, *theirs);
+    } else if (const auto model = theirs.find(name); model != theirs.end()) {
+      batch = WithSettings(*batch, *model->second);
       MapConditions(*batch, other->GetBCVariableIDs(), here.GetBCVariableIDs());
     }
   }
