@@ -1,0 +1,267 @@
+// The `_ncds` extension module: projects and datasets of the library as Python objects. Values
+// reach Python as numpy views of the dataset's own matrix, without a copy; everything a view
+// needs stays alive as long as the view does. Library errors arrive as `ncds.Error` with the
+// library's message. The pure-Python package `ncds` builds on this module.
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <boost/shared_ptr.hpp>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "ncds/batch/ClassInfoVector.h"
+#include "ncds/dataset/NCDataSet.h"
+#include "ncds/dataset/NCDataSetInfo.h"
+#include "ncds/foundations/Exception.h"
+#include "ncds/foundations/NCDataMatrix.h"
+#include "ncds/metadata/NCObservations.h"
+#include "ncds/metadata/NCVariables.h"
+#include "ncds/metadata/ObservationInfo.h"
+#include "ncds/metadata/QualitativeVariableInfo.h"
+#include "ncds/metadata/VariableInfo.h"
+#include "ncds/project/NCProject.h"
+#include "ncds/project/NCProjectFile.h"
+
+namespace py = pybind11;
+
+namespace {
+
+using DataSetPtr = boost::shared_ptr<NCDataSet>;
+using ProjectPtr = boost::shared_ptr<NCProject>;
+
+constexpr int kBatchDataType = 32;
+
+// A loaded dataset together with the project that owns its records: Python may drop the
+// project object first, and the dataset's rows still name records in it.
+struct DataSetHandle {
+  ProjectPtr project;
+  DataSetPtr dataSet;
+};
+
+// A project as Python holds it: in memory, or a project file, which `Close` lets go.
+struct ProjectHandle {
+  ProjectPtr project;
+  std::string path;  // empty for a project in memory
+
+  NCProject& Get() const {
+    if (!project) throw NCError(ExceptionMessage::translate("The project is closed."));
+    return *project;
+  }
+  NCProjectFile* File() const { return dynamic_cast<NCProjectFile*>(&Get()); }
+};
+
+// The number of the dataset `which` names: a number, or a name.
+int FindDataSet(const NCProject& project, const py::object& which) {
+  const std::vector<int> numbers = project.GetDataSetNumbers();
+  if (py::isinstance<py::int_>(which)) {
+    const int number = which.cast<int>();
+    for (const int n : numbers) {
+      if (n == number) return n;
+    }
+    throw NCError(ExceptionMessage::translate("The project has no dataset {1}.") % number);
+  }
+  const std::string name = which.cast<std::string>();
+  for (const int n : numbers) {
+    const auto info = project.GetDataSetInfo(n);
+    if (info && name == info->GetName()) return n;
+  }
+  throw NCError(ExceptionMessage::translate("The project has no dataset {1}.") % name);
+}
+
+py::list ListDataSets(const ProjectHandle& handle) {
+  const NCProject& project = handle.Get();
+  py::list datasets;
+  for (const int number : project.GetDataSetNumbers()) {
+    const auto info = project.GetDataSetInfo(number);
+    if (!info) continue;
+    datasets.append(py::make_tuple(number, std::string(info->GetName()), info->SizeObservations(),
+                                   info->SizeVariables(),
+                                   (info->GetDataType() & kBatchDataType) ? "batch" : "ordinary"));
+  }
+  return datasets;
+}
+
+DataSetHandle Load(const ProjectHandle& handle, const py::object& which) {
+  NCProject& project = handle.Get();
+  const int number = FindDataSet(project, which);
+  DataSetPtr dataSet;
+  {
+    py::gil_scoped_release release;
+    dataSet = project.LoadDataSet(number);
+  }
+  if (!dataSet) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} cannot be read.") % number);
+  }
+  return {handle.project, dataSet};
+}
+
+void Save(const ProjectHandle& handle, const DataSetHandle& data) {
+  NCProject& project = handle.Get();
+  if (data.project != handle.project) {
+    throw NCError(ExceptionMessage::translate("The dataset belongs to another project."));
+  }
+  bool saved = false;
+  {
+    py::gil_scoped_release release;
+    saved = project.SaveDataSet(data.dataSet);
+  }
+  if (!saved) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved.") %
+                  data.dataSet->GetNumber());
+  }
+}
+
+// The matrix as a read-only (rows, columns) view: columns are contiguous, CapacityRows()
+// floats apart. The view's base keeps the dataset (and its project) alive.
+py::array Values(const DataSetHandle& data) {
+  const NCDataMatrix<float>& matrix = data.dataSet->GetMatrix();
+  const auto rows = static_cast<py::ssize_t>(matrix.SizeRows());
+  const auto columns = static_cast<py::ssize_t>(matrix.SizeColumns());
+  const auto stride = static_cast<py::ssize_t>(matrix.CapacityRows() * sizeof(float));
+  py::capsule owner(new DataSetHandle(data),
+                    [](void* p) { delete static_cast<DataSetHandle*>(p); });
+  const float* cells = rows > 0 && columns > 0 ? matrix.ColumnData(0) : nullptr;
+  static const float kEmpty = 0;
+  py::array_t<float> view(
+      {rows, columns}, {static_cast<py::ssize_t>(sizeof(float)), std::max<py::ssize_t>(stride, 4)},
+      cells ? cells : &kEmpty, owner);
+  view.attr("setflags")(py::arg("write") = false);
+  return std::move(view);
+}
+
+// What Python shows of a variable: name, kind, block, unit and levels (qualitative only).
+py::list Variables(const DataSetHandle& data) {
+  const NCVariables& variables = data.project->GetVariables();
+  py::list out;
+  for (int c = 1; c <= data.dataSet->SizeVariables(); ++c) {
+    VariableInfo* info = variables[data.dataSet->GetVarID(c)];
+    py::dict entry;
+    entry["id"] = data.dataSet->GetVarID(c);
+    entry["name"] = info ? info->GetUserID(1) : std::string();
+    std::string kind = "quantitative";
+    py::list levels;
+    if (info && info->AsQualitativeVariableInfo()) {
+      kind = "qualitative";
+      const QualitativeVariableInfo* q = info->AsQualitativeVariableInfo();
+      for (int k = 1; k <= q->SizeSettings(); ++k) levels.append(q->GetSettingName(k));
+    } else if (info && info->AsDateTimeVariableInfo()) {
+      kind = "datetime";
+    }
+    entry["kind"] = kind;
+    entry["block"] = info && info->IsY() ? "Y" : "X";
+    entry["included"] = info ? info->IsIncluded() : false;
+    entry["unit"] = info ? info->GetUnit() : std::string();
+    entry["levels"] = levels;
+    entry["generated"] = info ? !info->GetRecipe().empty() : false;
+    out.append(entry);
+  }
+  return out;
+}
+
+// The IDs of the rows in observation ID series `series` (1: primary IDs).
+std::vector<std::string> ObservationIDs(const DataSetHandle& data, int series) {
+  std::vector<std::string> ids;
+  ids.reserve(static_cast<std::size_t>(data.dataSet->SizeObservations()));
+  for (const ObservationInfo* row : data.dataSet->GetObservationInfoVector()) {
+    ids.push_back(row ? row->GetUserID(series) : std::string());
+  }
+  return ids;
+}
+
+std::vector<std::string> RowGroups(const DataSetHandle& data, bool phases) {
+  const NCObservations& observations = data.project->GetObservations();
+  const int series = phases ? observations.GetPhaseIDRaw() : observations.GetBatchIDRaw();
+  if (series <= 0 || !data.dataSet->GetBatchInfoVector()) return {};
+  return ObservationIDs(data, series);
+}
+
+// The decoded texts of a qualitative or date-time column ("" for a missing value).
+std::vector<std::string> DecodedColumn(const DataSetHandle& data, int column) {
+  VariableInfo* info = data.project->GetVariables()[data.dataSet->GetVarID(column)];
+  if (!info) throw NCError(ExceptionMessage::translate("Column {1} has no variable.") % column);
+  const NCDataMatrix<float>& matrix = data.dataSet->GetMatrix();
+  const float* values = matrix.ColumnData(static_cast<std::size_t>(column - 1));
+  std::vector<std::string> texts(matrix.SizeRows());
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    if (values[i] != NCDataMatrix<float>::kMissing && std::isfinite(values[i])) {
+      texts[i] = info->Decode(values[i]);
+    }
+  }
+  return texts;
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_ncds, m) {
+  m.doc() = "The ncds library: projects and datasets of multivariate (batch) process data.";
+  static py::exception<Exception> error(m, "Error");
+  py::register_exception_translator([](std::exception_ptr p) {
+    try {
+      if (p) std::rethrow_exception(p);
+    } catch (const Exception& e) {
+      error(e.what());
+    }
+  });
+
+  py::class_<ProjectHandle>(m, "Project")
+      .def(py::init([] {
+             return ProjectHandle{NCProject::Create(), std::string()};
+           }),
+           "A new project kept in memory.")
+      .def_static(
+          "open",
+          [](const std::string& path, bool create) {
+            return ProjectHandle{NCProjectFile::Open(path, create), path};
+          },
+          py::arg("path"), py::arg("create") = false,
+          "Opens the project file at `path` (created when `create` and it does not exist).")
+      .def_property_readonly("path", [](const ProjectHandle& h) { return h.path; })
+      .def_property_readonly("closed", [](const ProjectHandle& h) { return !h.project; })
+      .def(
+          "close", [](ProjectHandle& h) { h.project.reset(); },
+          "Lets go of the project (and its file); loaded datasets stay usable.")
+      .def("datasets", &ListDataSets,
+           "The stored datasets as (number, name, observations, variables, kind).")
+      .def("load", &Load, py::arg("dataset"), "Loads a dataset by number or name.")
+      .def("save", &Save, py::arg("dataset"), "Saves a dataset into the project.")
+      .def(
+          "delete",
+          [](const ProjectHandle& h, const py::object& which) {
+            NCProject& project = h.Get();
+            const int number = FindDataSet(project, which);
+            py::gil_scoped_release release;
+            return project.RemoveDataSet(number);
+          },
+          py::arg("dataset"), "Deletes a dataset by number or name.");
+
+  py::class_<DataSetHandle>(m, "Dataset")
+      .def_property_readonly(
+          "name", [](const DataSetHandle& d) { return std::string(d.dataSet->GetName()); })
+      .def_property_readonly("number",
+                             [](const DataSetHandle& d) { return d.dataSet->GetNumber(); })
+      .def_property_readonly("shape",
+                             [](const DataSetHandle& d) {
+                               return py::make_tuple(d.dataSet->SizeObservations(),
+                                                     d.dataSet->SizeVariables());
+                             })
+      .def_property_readonly(
+          "is_batch",
+          [](const DataSetHandle& d) { return d.dataSet->GetBatchInfoVector() != nullptr; })
+      .def_property_readonly("values", &Values,
+                             "The values as a read-only numpy view (observations x variables), "
+                             "-99 where missing; no copy.")
+      .def("variables", &Variables, "One dict per column: id, name, kind, block, unit, levels.")
+      .def("observation_ids", &ObservationIDs, py::arg("series") = 1,
+           "The rows' IDs in an ID series (1: the primary IDs).")
+      .def(
+          "batch_names", [](const DataSetHandle& d) { return RowGroups(d, false); },
+          "The batch of every row; empty for a dataset without batches.")
+      .def(
+          "phase_names", [](const DataSetHandle& d) { return RowGroups(d, true); },
+          "The phase of every row; empty for a dataset without phases.")
+      .def("decoded_column", &DecodedColumn, py::arg("column"),
+           "The texts of a qualitative or date-time column (from 1), '' where missing.");
+}

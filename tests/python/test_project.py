@@ -1,0 +1,75 @@
+"""The Python package over a project the command-line tool made from the example data."""
+
+import os
+import subprocess
+
+import numpy as np
+import pytest
+
+import ncds
+
+CLI = os.environ.get("NCDS_CLI", "ncds")
+DATA = os.environ.get("NCDS_EXAMPLE_DATA", "examples/data/fermentation.csv")
+
+
+@pytest.fixture(scope="module")
+def project_path(tmp_path_factory):
+    path = tmp_path_factory.mktemp("ncds") / "fermentation.ncds"
+    for args in (["import", DATA, str(path), "--id", "ObsID", "--batch", "Batch", "--phase",
+                  "Phase"],
+                 ["summarize", str(path), "1", "--by-phase", "--variables", "pH,Biomass",
+                  "--stats", "Mean,Max", "--name", "levels"]):
+        subprocess.run([CLI, *args], check=True, capture_output=True)
+    return path
+
+
+def test_values_are_a_read_only_view_that_outlives_the_project(project_path):
+    with ncds.open(project_path) as project:
+        assert [d[1] for d in project.datasets()] == ["fermentation", "levels"]
+        data = project.load("fermentation")
+        assert project.load(1).shape == data.shape
+    assert data.kind == "batch"
+    values = data.values
+    assert values.shape == data.shape and values.dtype == np.float32
+    assert not values.flags.writeable
+    with pytest.raises(ValueError):
+        values[0, 0] = 1.0
+    # Two views share the dataset's own cells: no copy was made.
+    assert np.shares_memory(values, data.values)
+    names = data.variable_names
+    ph = values[:, names.index("pH")]
+    assert 6.0 < float(ph[ph != -99].mean()) < 8.0
+    nan = data.get_values(as_nan=True)
+    assert not np.shares_memory(nan, values)
+    assert np.array_equal(np.isnan(nan), values == -99)
+
+
+def test_to_pandas_decodes_and_indexes_batches(project_path):
+    with ncds.open(project_path) as project:
+        data = project.load("fermentation")
+        levels = project.load("levels")
+    frame = data.to_pandas()
+    assert list(frame.index.names) == ["batch", "phase", "observation"]
+    assert frame.index.get_level_values("batch")[0] == "B01"
+    assert str(frame["Time"].dtype).startswith("datetime64")
+    assert frame.shape == data.shape
+    summary = levels.to_pandas()
+    assert summary.index.name == "observation" and summary.index[0] == "B01"
+    assert "pH_Growth_Mean" in summary.columns
+    by_batch = frame.groupby(level="batch")["Biomass"].max()
+    peak = summary[[c for c in summary.columns if c.startswith("Biomass_") and
+                    c.endswith("_Max")]].max(axis=1)
+    assert np.allclose(peak.values, by_batch.loc[peak.index].values, rtol=1e-5)
+
+
+def test_errors_arrive_as_ncds_error(project_path, tmp_path):
+    with ncds.open(project_path) as project:
+        with pytest.raises(ncds.Error, match="no dataset nothing"):
+            project.load("nothing")
+    with pytest.raises(ncds.Error, match="is closed"):
+        project.datasets()
+    with pytest.raises(ncds.Error):
+        ncds.open(tmp_path / "absent.ncds")
+    fresh = ncds.open(tmp_path / "new.ncds", create=True)
+    assert fresh.datasets() == []
+    assert ncds.Project().datasets() == []
