@@ -8,6 +8,6 @@
 """
 
 from ._ncds import Error
-from .project import Dataset, Project, open
+from .project import Dataset, Project, from_pandas, open
 
-__all__ = ["Dataset", "Error", "Project", "open"]
+__all__ = ["Dataset", "Error", "Project", "from_pandas", "open"]

@@ -94,6 +94,14 @@ class Dataset:
             index = pd.Index(ids, name="observation")
         return pd.DataFrame(columns, index=index)
 
+    def export_csv(self, path, centered=False, separator=",", decimal="."):
+        """Writes the dataset as CSV, as `ncds export` does (locally centered with `centered`)."""
+        self._handle.export_csv(str(path), centered, separator, decimal)
+
+    def fingerprint(self):
+        """The MD5 digest of the values (row by row, little-endian singles), in hex."""
+        return self._handle.fingerprint()
+
     def __repr__(self):
         rows, columns = self.shape
         return f"<ncds.Dataset {self.number} {self.name!r}: {rows} x {columns}, {self.kind}>"
@@ -127,6 +135,69 @@ class Project:
     def close(self):
         self._handle.close()
 
+    # ---- The tool's operations. Each saves what it changed or made into the project; those
+    # that take `progress` report to it: a callable(caption, fraction) (fraction -1 while busy
+    # without a measure; returning False cancels), or True for a tqdm bar when tqdm is
+    # installed.
+
+    def import_csv(self, path, name="", ids=(), batch="", phase="", separator=",",
+                   decimal=".", missing=(), progress=None):
+        """Imports a CSV file as a new dataset, as `ncds import` does; `batch` (and `phase`)
+        name the columns of a batch dataset."""
+        return Dataset(self._handle.import_csv(
+            str(path), name, list(ids), batch or "", phase or "", separator, decimal,
+            list(missing), _progress(progress)))
+
+    def delete_batches(self, dataset, batches=(), phases=()):
+        """Deletes batches, and phases (names, or (phase, batch) pairs) of batches; the log."""
+        pairs = [(p, "") if isinstance(p, str) else tuple(p) for p in phases]
+        return self._handle.delete_batches(dataset._handle, list(batches), pairs)
+
+    def rename_phase(self, dataset, old, new):
+        return self._handle.rename_phase(dataset._handle, old, new)
+
+    def align(self, dataset, maturity, points=100, phase_points=None, relative=False,
+              smooth=False, extend=False, name=None, progress=None):
+        """Aligns the batches onto a common maturity grid into a new dataset (`ncds align`);
+        `phase_points` maps phases to their points for phase-wise alignment."""
+        choice = _ncds.Project.AlignChoice()
+        choice.maturity = maturity
+        choice.points = points
+        choice.phase_points = list((phase_points or {}).items())
+        choice.relative, choice.smooth, choice.extend = relative, smooth, extend
+        _, made = self._handle.align(dataset._handle, choice,
+                                     name or f"{dataset.name} aligned", _progress(progress))
+        return Dataset(made)
+
+    def summarize(self, dataset, stats=None, by_phase=False, variables=None, maturity=None,
+                  conditions=False, name=None, progress=None):
+        """A new batch-level dataset of `dataset` (`ncds summarize`): one row per batch."""
+        choice = _ncds.Project.SummaryChoice()
+        choice.statistics = ",".join(stats) if isinstance(stats, (list, tuple)) else stats or ""
+        choice.variables = list(variables or [])
+        choice.maturity = maturity or ""
+        choice.by_phase, choice.conditions = by_phase, conditions
+        _, made = self._handle.summarize(dataset._handle, choice,
+                                         name or f"{dataset.name} batch level",
+                                         _progress(progress))
+        return Dataset(made)
+
+    def merge(self, into, source, keep=False):
+        """Merges `source` into `into` (`ncds merge`); the merge's log."""
+        return self._handle.merge(into._handle, source._handle, keep)
+
+    def derive(self, dataset, name, formula):
+        """Adds a generated variable computed by `formula` (`ncds derive`)."""
+        return self._handle.derive(dataset._handle, name, formula)
+
+    def update_generated(self, dataset):
+        """Recomputes every generated variable of the dataset."""
+        return self._handle.derive(dataset._handle, "", "")
+
+    def center(self, dataset, path, separator=","):
+        """Stores local centers read from a CSV or XML file with the dataset (`ncds center`)."""
+        return self._handle.center(dataset._handle, str(path), separator)
+
     def __enter__(self):
         return self
 
@@ -137,6 +208,43 @@ class Project:
     def __repr__(self):
         where = self.path or "memory"
         return f"<ncds.Project {where}: {len(self.datasets())} datasets>"
+
+
+def _progress(progress):
+    """The callable the extension reports to: `progress` itself, a tqdm bar for True (when
+    tqdm is installed), or None."""
+    if progress is not True:
+        return progress
+    try:
+        from tqdm import tqdm
+    except ImportError:
+        return None
+    bars = {}
+
+    def report(caption, fraction):
+        bar = bars.get(caption)
+        if bar is None:
+            bar = bars[caption] = tqdm(total=100, desc=caption, leave=False)
+        if fraction >= 0:
+            bar.n = int(fraction * 100)
+            bar.refresh()
+        if fraction >= 1:
+            bar.close()
+            del bars[caption]
+        return True
+
+    return report
+
+
+def from_pandas(frame, project=None, name="dataset", batch=None, phase=None, id=None):
+    """A new dataset of `project` (a new project in memory when None) from a DataFrame, as the
+    tool imports a CSV file: `batch` and `phase` name the columns of a batch dataset, `id` the
+    column (or columns) of observation IDs; the index is ignored. Numbers become quantitative
+    variables, texts qualitative ones, ISO dates date-time ones."""
+    project = project if project is not None else Project()
+    ids = [id] if isinstance(id, str) else list(id or [])
+    text = frame.to_csv(index=False, date_format="%Y-%m-%dT%H:%M:%S", na_rep="")
+    return Dataset(project._handle.import_text(text, name, ids, batch or "", phase or ""))
 
 
 def open(path, create=False):  # noqa: A001 - the package's entry point, like io.open

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "Handles.h"
+
 #include "ncds/batch/ClassInfoVector.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCDataSetInfo.h"
@@ -27,33 +29,8 @@
 
 namespace py = pybind11;
 
-namespace {
+namespace ncds::python {
 
-using DataSetPtr = boost::shared_ptr<NCDataSet>;
-using ProjectPtr = boost::shared_ptr<NCProject>;
-
-constexpr int kBatchDataType = 32;
-
-// A loaded dataset together with the project that owns its records: Python may drop the
-// project object first, and the dataset's rows still name records in it.
-struct DataSetHandle {
-  ProjectPtr project;
-  DataSetPtr dataSet;
-};
-
-// A project as Python holds it: in memory, or a project file, which `Close` lets go.
-struct ProjectHandle {
-  ProjectPtr project;
-  std::string path;  // empty for a project in memory
-
-  NCProject& Get() const {
-    if (!project) throw NCError(ExceptionMessage::translate("The project is closed."));
-    return *project;
-  }
-  NCProjectFile* File() const { return dynamic_cast<NCProjectFile*>(&Get()); }
-};
-
-// The number of the dataset `which` names: a number, or a name.
 int FindDataSet(const NCProject& project, const py::object& which) {
   const std::vector<int> numbers = project.GetDataSetNumbers();
   if (py::isinstance<py::int_>(which)) {
@@ -70,6 +47,10 @@ int FindDataSet(const NCProject& project, const py::object& which) {
   }
   throw NCError(ExceptionMessage::translate("The project has no dataset {1}.") % name);
 }
+
+namespace {
+
+constexpr int kBatchDataType = 32;
 
 py::list ListDataSets(const ProjectHandle& handle) {
   const NCProject& project = handle.Get();
@@ -194,8 +175,10 @@ std::vector<std::string> DecodedColumn(const DataSetHandle& data, int column) {
 }
 
 }  // namespace
+}  // namespace ncds::python
 
 PYBIND11_MODULE(_ncds, m) {
+  using namespace ncds::python;
   m.doc() = "The ncds library: projects and datasets of multivariate (batch) process data.";
   static py::exception<Exception> error(m, "Error");
   py::register_exception_translator([](std::exception_ptr p) {
@@ -206,7 +189,8 @@ PYBIND11_MODULE(_ncds, m) {
     }
   });
 
-  py::class_<ProjectHandle>(m, "Project")
+  py::class_<ProjectHandle> project(m, "Project");
+  project
       .def(py::init([] {
              return ProjectHandle{NCProject::Create(), std::string()};
            }),
@@ -237,7 +221,8 @@ PYBIND11_MODULE(_ncds, m) {
           },
           py::arg("dataset"), "Deletes a dataset by number or name.");
 
-  py::class_<DataSetHandle>(m, "Dataset")
+  py::class_<DataSetHandle> dataSet(m, "Dataset");
+  dataSet
       .def_property_readonly(
           "name", [](const DataSetHandle& d) { return std::string(d.dataSet->GetName()); })
       .def_property_readonly("number",
@@ -264,4 +249,5 @@ PYBIND11_MODULE(_ncds, m) {
           "The phase of every row; empty for a dataset without phases.")
       .def("decoded_column", &DecodedColumn, py::arg("column"),
            "The texts of a qualitative or date-time column (from 1), '' where missing.");
+  BindOperations(m, project, dataSet);
 }

@@ -1,0 +1,333 @@
+// The tool's operations as methods of projects and datasets. Each runs without the GIL, reports
+// progress to an optional Python callable (called with the operation's caption and its
+// fraction done, 0..1; a false answer or an exception cancels where the operation can be
+// cancelled), and saves what it changed or made into the project, as the tool does.
+
+#include <pybind11/functional.h>
+#include <pybind11/stl.h>
+
+#include <boost/shared_ptr.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Handles.h"
+#include "ncds/dataset/DataSetPredictionData.h"
+#include "ncds/derived/LocalCenteringInfo.h"
+#include "ncds/foundations/NCProgress.h"
+#include "tools/ncds/BatchCommands.h"
+#include "tools/ncds/CombineCommands.h"
+#include "tools/ncds/CsvExport.h"
+#include "tools/ncds/CsvImport.h"
+#include "tools/ncds/CsvOptions.h"
+#include "tools/ncds/DerivedCommands.h"
+
+namespace py = pybind11;
+
+namespace ncds::python {
+namespace {
+
+// Forwards the library's progress to a Python callable for as long as it is installed. The
+// callable runs with the GIL; whatever it raises is kept and raised again after the operation.
+class PythonProgress final : public NCProgressSink {
+ public:
+  explicit PythonProgress(py::object callback)
+      : mCallback(std::move(callback)), mPrevious(NCProgress::SetSink(this)) {}
+  ~PythonProgress() override { NCProgress::SetSink(mPrevious); }
+  PythonProgress(const PythonProgress&) = delete;
+  PythonProgress& operator=(const PythonProgress&) = delete;
+
+  void Begin(const std::string& caption, float minimum, float maximum, const NCProgressFlags&,
+             const std::string&) override {
+    mStack.push_back({caption, minimum, maximum});
+    Report(0.0);
+  }
+  bool Update(float value) override {
+    if (mStack.empty()) return true;
+    const Frame& frame = mStack.back();
+    const float span = frame.maximum - frame.minimum;
+    return Report(span > 0 ? (value - frame.minimum) / span : 0.0);
+  }
+  bool Spin() override { return Report(-1.0); }
+  void End() override {
+    if (mStack.empty()) return;
+    Report(1.0);
+    mStack.pop_back();
+  }
+
+  // Raises what the callable raised, if anything.
+  void Rethrow() {
+    if (mError) {
+      py::gil_scoped_acquire gil;
+      std::optional<py::error_already_set> error = std::move(mError);
+      mError.reset();
+      throw *error;
+    }
+  }
+
+ private:
+  struct Frame {
+    std::string caption;
+    float minimum;
+    float maximum;
+  };
+
+  bool Report(double fraction) {
+    if (mError || mCallback.is_none() || mStack.empty()) return !mError;
+    py::gil_scoped_acquire gil;
+    try {
+      const py::object answer = mCallback(mStack.back().caption, fraction);
+      return answer.is_none() || answer.cast<bool>();
+    } catch (py::error_already_set& error) {
+      mError = std::move(error);
+      return false;
+    }
+  }
+
+  py::object mCallback;
+  NCProgressSink* mPrevious;
+  std::vector<Frame> mStack;
+  std::optional<py::error_already_set> mError;
+};
+
+// Runs `work` without the GIL, reporting to `progress`.
+template <class Work>
+auto Run(const py::object& progress, Work work) {
+  PythonProgress sink(progress);
+  struct Result {
+    decltype(work()) value;
+  };
+  std::optional<Result> result;
+  try {
+    py::gil_scoped_release release;
+    result.emplace(Result{work()});
+  } catch (...) {
+    sink.Rethrow();  // the callable's error explains a cancel better than the library's
+    throw;
+  }
+  sink.Rethrow();
+  return std::move(result->value);
+}
+
+int FreeNumber(const NCProject& project) {
+  int number = 1;
+  while (project.GetDataContainer(number)) ++number;
+  return number;
+}
+
+void SaveOrThrow(NCProject& project, const DataSetPtr& dataSet) {
+  if (!project.SaveDataSet(dataSet)) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved.") %
+                  dataSet->GetNumber());
+  }
+}
+
+// The loaded dataset of `data`, which must belong to `handle`'s project.
+NCDataSet& Own(const ProjectHandle& handle, const DataSetHandle& data) {
+  if (data.project != handle.project || !handle.project) {
+    throw NCError(ExceptionMessage::translate("The dataset belongs to another project."));
+  }
+  return *data.dataSet;
+}
+
+// Edits `data` with `edit` (returning a log), saves it and answers the log.
+template <class Edit>
+std::string EditAndSave(const ProjectHandle& handle, const DataSetHandle& data,
+                        const py::object& progress, Edit edit) {
+  NCProject& project = handle.Get();
+  NCDataSet& dataSet = Own(handle, data);
+  return Run(progress, [&] {
+    std::string log = edit(dataSet);
+    SaveOrThrow(project, data.dataSet);
+    return log;
+  });
+}
+
+// Saves the new dataset `made` and answers it with `log`.
+py::tuple Added(const ProjectHandle& handle, const DataSetPtr& made, const std::string& log) {
+  return py::make_tuple(log, DataSetHandle{handle.project, made});
+}
+
+}  // namespace
+
+void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
+                    py::class_<DataSetHandle>& dataSet) {
+  using tool::BatchCommands::AlignChoice;
+  using tool::BatchCommands::PhaseChoice;
+  using tool::CombineCommands::SummaryChoice;
+  project
+      .def(
+          "import_csv",
+          [](const ProjectHandle& h, const std::string& path, const std::string& name,
+             const std::vector<std::string>& ids, const std::string& batch,
+             const std::string& phase, char separator, char decimal,
+             const std::vector<std::string>& missing, const py::object& progress) {
+            NCProject& p = h.Get();
+            tool::CsvImportOptions options;
+            options.name = name;
+            options.idColumns = ids;
+            options.batchColumn = batch;
+            options.phaseColumn = phase;
+            options.separator = separator;
+            options.decimal = decimal;
+            options.missingTexts = missing;
+            const DataSetPtr made = Run(progress, [&] {
+              DataSetPtr imported = tool::CsvImport::ImportFile(h.project, path, options);
+              SaveOrThrow(p, imported);
+              return imported;
+            });
+            return DataSetHandle{h.project, made};
+          },
+          py::arg("path"), py::arg("name") = "", py::arg("ids") = std::vector<std::string>(),
+          py::arg("batch") = "", py::arg("phase") = "", py::arg("separator") = ',',
+          py::arg("decimal") = '.', py::arg("missing") = std::vector<std::string>(),
+          py::arg("progress") = py::none())
+      .def(
+          "import_text",
+          [](const ProjectHandle& h, const std::string& text, const std::string& name,
+             const std::vector<std::string>& ids, const std::string& batch,
+             const std::string& phase) {
+            NCProject& p = h.Get();
+            tool::CsvImportOptions options;
+            options.name = name;
+            options.idColumns = ids;
+            options.batchColumn = batch;
+            options.phaseColumn = phase;
+            const DataSetPtr made = Run(py::none(), [&] {
+              DataSetPtr imported = tool::CsvImport::ImportText(h.project, text, name, options);
+              SaveOrThrow(p, imported);
+              return imported;
+            });
+            return DataSetHandle{h.project, made};
+          },
+          py::arg("text"), py::arg("name"), py::arg("ids") = std::vector<std::string>(),
+          py::arg("batch") = "", py::arg("phase") = "")
+      .def(
+          "delete_batches",
+          [](const ProjectHandle& h, const DataSetHandle& d,
+             const std::vector<std::string>& batches,
+             const std::vector<std::pair<std::string, std::string>>& phases,
+             const py::object& progress) {
+            std::vector<PhaseChoice> choices;
+            for (const auto& [phase, batch] : phases) choices.push_back({phase, batch});
+            return EditAndSave(h, d, progress, [&](NCDataSet& dataSet) {
+              return tool::BatchCommands::DeleteBatches(dataSet, batches, choices);
+            });
+          },
+          py::arg("dataset"), py::arg("batches"), py::arg("phases"),
+          py::arg("progress") = py::none())
+      .def(
+          "rename_phase",
+          [](const ProjectHandle& h, const DataSetHandle& d, const std::string& from,
+             const std::string& to) {
+            return EditAndSave(h, d, py::none(), [&](NCDataSet& dataSet) {
+              return tool::BatchCommands::RenamePhase(dataSet, from, to);
+            });
+          },
+          py::arg("dataset"), py::arg("old"), py::arg("new"))
+      .def(
+          "align",
+          [](const ProjectHandle& h, const DataSetHandle& d, const AlignChoice& choice,
+             const std::string& name, const py::object& progress) {
+            NCProject& p = h.Get();
+            NCDataSet& source = Own(h, d);
+            DataSetPtr aligned;
+            const std::string log = Run(progress, [&] {
+              std::string line =
+                  tool::BatchCommands::Align(source, choice, name, FreeNumber(p), aligned);
+              if (source.IsDirty()) SaveOrThrow(p, d.dataSet);  // "$Time" was made
+              SaveOrThrow(p, aligned);
+              return line;
+            });
+            return Added(h, aligned, log);
+          },
+          py::arg("dataset"), py::arg("choice"), py::arg("name"), py::arg("progress") = py::none())
+      .def(
+          "summarize",
+          [](const ProjectHandle& h, const DataSetHandle& d, const SummaryChoice& choice,
+             const std::string& name, const py::object& progress) {
+            NCProject& p = h.Get();
+            const NCDataSet& source = Own(h, d);
+            DataSetPtr summary;
+            const std::string log = Run(progress, [&] {
+              std::string line =
+                  tool::CombineCommands::Summarize(source, choice, name, FreeNumber(p), summary);
+              SaveOrThrow(p, summary);
+              return line;
+            });
+            return Added(h, summary, log);
+          },
+          py::arg("dataset"), py::arg("choice"), py::arg("name"), py::arg("progress") = py::none())
+      .def(
+          "merge",
+          [](const ProjectHandle& h, const DataSetHandle& into, const DataSetHandle& from,
+             bool keep) {
+            const NCDataSet& other = Own(h, from);
+            return EditAndSave(h, into, py::none(), [&](NCDataSet& dataSet) {
+              if (&dataSet == &other) {
+                throw NCError(
+                    ExceptionMessage::translate("A dataset cannot be merged into itself."));
+              }
+              return tool::CombineCommands::Merge(dataSet, other, keep);
+            });
+          },
+          py::arg("into"), py::arg("source"), py::arg("keep") = false)
+      .def(
+          "derive",
+          [](const ProjectHandle& h, const DataSetHandle& d, const std::string& name,
+             const std::string& formula) {
+            return EditAndSave(h, d, py::none(), [&](NCDataSet& dataSet) {
+              return formula.empty() ? tool::DerivedCommands::Update(dataSet)
+                                     : tool::DerivedCommands::Derive(dataSet, name, formula);
+            });
+          },
+          py::arg("dataset"), py::arg("name") = "", py::arg("formula") = "")
+      .def(
+          "center",
+          [](const ProjectHandle& h, const DataSetHandle& d, const std::string& path,
+             char separator) {
+            const LocalCenteringInfo centers = tool::DerivedCommands::ReadCenters(path, separator);
+            return EditAndSave(h, d, py::none(), [&](NCDataSet& dataSet) {
+              return tool::DerivedCommands::Center(dataSet, centers);
+            });
+          },
+          py::arg("dataset"), py::arg("path"), py::arg("separator") = ',');
+
+  dataSet
+      .def(
+          "export_csv",
+          [](const DataSetHandle& d, const std::string& path, bool centered, char separator,
+             char decimal) {
+            tool::CsvExportOptions options;
+            options.centered = centered;
+            options.separator = separator;
+            options.decimal = decimal;
+            py::gil_scoped_release release;
+            tool::CsvExport::WriteFile(*d.dataSet, path, options);
+          },
+          py::arg("path"), py::arg("centered") = false, py::arg("separator") = ',',
+          py::arg("decimal") = '.')
+      .def("fingerprint", [](const DataSetHandle& d) {
+        py::gil_scoped_release release;
+        return DataSetPredictionData::Fingerprint(*d.dataSet);
+      });
+
+  py::class_<AlignChoice>(project, "AlignChoice")
+      .def(py::init<>())
+      .def_readwrite("maturity", &AlignChoice::maturity)
+      .def_readwrite("points", &AlignChoice::points)
+      .def_readwrite("phase_points", &AlignChoice::phasePoints)
+      .def_readwrite("relative", &AlignChoice::relative)
+      .def_readwrite("smooth", &AlignChoice::smooth)
+      .def_readwrite("extend", &AlignChoice::extend);
+  py::class_<SummaryChoice>(project, "SummaryChoice")
+      .def(py::init<>())
+      .def_readwrite("statistics", &SummaryChoice::statistics)
+      .def_readwrite("variables", &SummaryChoice::variables)
+      .def_readwrite("maturity", &SummaryChoice::maturity)
+      .def_readwrite("by_phase", &SummaryChoice::byPhase)
+      .def_readwrite("conditions", &SummaryChoice::conditions);
+}
+
+}  // namespace ncds::python
