@@ -12,7 +12,7 @@ packages=(
   libcli11-dev
   libdeflate-dev libmuparser-dev libmd-dev
   ccache
-  pybind11-dev python3-dev python3-numpy python3-pandas python3-pytest
+  pybind11-dev python3-dev python3-numpy python3-pandas python3-pytest python3-matplotlib
 )
 if [[ "${1:-}" == "--ci" ]]; then
   packages+=(clang libclang-rt-14-dev clang-format)

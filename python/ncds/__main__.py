@@ -47,7 +47,7 @@ def _draw(args, project):
         aligned = project.load(_which(args.aligned))
         figure = plot.compare(data, aligned, args.variable, maturity=args.maturity)
         if args.band:
-            plot.mean_band(aligned, args.variable, ax=figure.axes[1])
+            plot.mean_band(aligned, args.variable, ax=figure.axes[1]).set_ylabel("")
         return figure
     figure, ax = plt.subplots(figsize=(8, 4.8), layout="constrained")
     plot.trajectories(data, args.variable, ax=ax, maturity=args.maturity)

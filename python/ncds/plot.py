@@ -101,7 +101,7 @@ def _maturity(dataset, layout, name):
     j, variable = _quantitative(dataset, name, "maturity variable", allow_datetime=True)
     if variable["kind"] != "datetime":
         return _column(dataset, j)[layout.order], _label(variable)
-    texts = dataset._handle.decoded_column(j + 1)
+    texts = dataset.decoded_column(j)
     times = pd.to_datetime([t if t else None for t in texts]).values[layout.order]
     hours = times.astype("datetime64[ns]").astype(np.int64).astype(np.float64) / 3.6e12
     hours[np.isnat(times)] = np.nan
@@ -142,11 +142,15 @@ def _shared_boundaries(layout, x, starts):
 
 def _draw_boundaries(ax, layout, x, shared):
     """Vertical lines at shared phase boundaries, each phase named at the top."""
+    from matplotlib.collections import LineCollection
+
     if _has_gid(ax, "phase-boundaries"):
         return
     at, names = shared
-    ax.vlines(at, 0, 1, transform=ax.get_xaxis_transform(), colors="0.4", linestyles="--",
-              linewidths=1, gid="phase-boundaries")
+    # x in data, y in axes coordinates: from bottom to top, leaving the data limits alone.
+    ax.add_collection(LineCollection([[(a, 0), (a, 1)] for a in at], colors="0.4",
+                                     linestyles="--", linewidths=1, gid="phase-boundaries",
+                                     transform=ax.get_xaxis_transform()), autolim=False)
     for left, name in zip([np.nanmin(x[:layout.sizes[0]]), *at], names):
         ax.text(left, 0.98, f" {name}", transform=ax.get_xaxis_transform(), va="top",
                 ha="left", fontsize="small", color="0.3")

@@ -66,6 +66,12 @@ class Dataset:
         """The phase of every row (empty for a dataset without phases)."""
         return self._handle.phase_names()
 
+    def decoded_column(self, column):
+        """The texts of a qualitative or date-time column, by name or 0-based position, with ""
+        where a value is missing."""
+        j = self.variable_names.index(column) if isinstance(column, str) else column
+        return self._handle.decoded_column(j + 1)
+
     def to_pandas(self):
         """A DataFrame of the values: qualitative columns as categoricals, date-time columns as
         datetimes, missing as NaN; indexed by (batch, phase, observation) for batch data and by
