@@ -100,6 +100,45 @@ class Dataset:
             index = pd.Index(ids, name="observation")
         return pd.DataFrame(columns, index=index)
 
+    @property
+    def aligned_on(self):
+        """The variable an aligned dataset was aligned on, or None."""
+        return self._handle.aligned_on
+
+    def to_xarray(self):
+        """An aligned dataset as a (batch, maturity, variable) xarray DataArray of its
+        quantitative and date-time columns' values, NaN where missing. The maturity coordinate
+        is the grid position (1, 2, ...); the grid's maturity values and the phase of each
+        position come along as coordinates when all batches share them."""
+        import xarray as xr
+
+        batches = self.batches
+        if not batches:
+            raise ValueError(f"dataset {self.name!r} has no batches")
+        names, counts = np.unique(np.asarray(batches, dtype=object), return_counts=True)
+        if len(set(counts)) != 1:
+            raise ValueError(f"the batches of dataset {self.name!r} differ in length; align "
+                             f"them first")
+        points = int(counts[0])
+        order = list(dict.fromkeys(batches))  # batches in row order
+        keep = [j for j, v in enumerate(self.variables) if v["kind"] != "qualitative"]
+        values = self.get_values(as_nan=True)[:, keep]
+        # Rows are grouped by batch: reshape without copying the batches' order around.
+        cube = values.reshape(len(order), points, len(keep))
+        variables = [self.variable_names[j] for j in keep]
+        coords = {"batch": order, "maturity": np.arange(1, points + 1), "variable": variables}
+        phases = self.phases
+        if phases and all(phases[b * points:(b + 1) * points] == phases[:points]
+                          for b in range(len(order))):
+            coords["phase"] = ("maturity", phases[:points])
+        maturity = self.aligned_on
+        if maturity in variables:
+            grid = cube[:, :, variables.index(maturity)]
+            if np.allclose(grid, grid[0], equal_nan=True):
+                coords[f"{maturity}_grid"] = ("maturity", grid[0])
+        return xr.DataArray(cube, dims=("batch", "maturity", "variable"), coords=coords,
+                            name=self.name)
+
     def export_csv(self, path, centered=False, separator=",", decimal="."):
         """Writes the dataset as CSV, as `ncds export` does (locally centered with `centered`)."""
         self._handle.export_csv(str(path), centered, separator, decimal)

@@ -15,6 +15,7 @@
 #include "Handles.h"
 
 #include "ncds/batch/ClassInfoVector.h"
+#include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCDataSetInfo.h"
 #include "ncds/foundations/Exception.h"
@@ -247,6 +248,15 @@ PYBIND11_MODULE(_ncds, m) {
       .def(
           "phase_names", [](const DataSetHandle& d) { return RowGroups(d, true); },
           "The phase of every row; empty for a dataset without phases.")
+      .def_property_readonly(
+          "aligned_on",
+          [](const DataSetHandle& d) -> py::object {
+            const DataSetAlignment* alignment = d.dataSet->GetAlignment();
+            if (!alignment) return py::none();
+            VariableInfo* maturity = d.project->GetVariables()[alignment->GetMaturityID()];
+            return py::str(maturity ? maturity->GetUserID(1) : std::string());
+          },
+          "The name of the variable an aligned dataset was aligned on; None when not aligned.")
       .def("decoded_column", &DecodedColumn, py::arg("column"),
            "The texts of a qualitative or date-time column (from 1), '' where missing.");
   BindOperations(m, project, dataSet);

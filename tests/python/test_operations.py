@@ -32,6 +32,14 @@ def test_from_pandas_align_summarize_merge_and_derive(runs, tmp_path):
     assert aligned.shape == (18, 2)
     frame = aligned.to_pandas()
     assert list(frame.index.get_level_values("phase")[:6]) == ["Growth"] * 3 + ["Feed"] * 3
+    cube = aligned.to_xarray()
+    assert cube.dims == ("batch", "maturity", "variable") and cube.shape == (3, 6, 2)
+    assert list(cube.batch.values) == ["B1", "B2", "B3"] and aligned.aligned_on == "Time"
+    assert list(cube.phase.values) == ["Growth"] * 3 + ["Feed"] * 3
+    assert np.allclose(cube.sel(batch="B2", variable="Temp").values,
+                       frame.loc["B2"]["Temp"].values, equal_nan=True)
+    with pytest.raises(ValueError, match="differ in length"):
+        data.to_xarray()
 
     calls = []
     levels = project.summarize(data, stats=["Mean", "N"], by_phase=True, variables=["Temp"],
