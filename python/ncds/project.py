@@ -189,9 +189,10 @@ class Project:
                    decimal=".", missing=(), progress=None):
         """Imports a CSV file as a new dataset, as `ncds import` does; `batch` (and `phase`)
         name the columns of a batch dataset."""
-        return Dataset(self._handle.import_csv(
+        _, made = self._handle.import_csv(
             str(path), name, list(ids), batch or "", phase or "", separator, decimal,
-            list(missing), _progress(progress)))
+            list(missing), _progress(progress))
+        return Dataset(made)
 
     def delete_batches(self, dataset, batches=(), phases=()):
         """Deletes batches, and phases (names, or (phase, batch) pairs) of batches; the log."""
@@ -289,7 +290,8 @@ def from_pandas(frame, project=None, name="dataset", batch=None, phase=None, id=
     project = project if project is not None else Project()
     ids = [id] if isinstance(id, str) else list(id or [])
     text = frame.to_csv(index=False, date_format="%Y-%m-%dT%H:%M:%S", na_rep="")
-    return Dataset(project._handle.import_text(text, name, ids, batch or "", phase or ""))
+    _, made = project._handle.import_text(text, name, ids, batch or "", phase or "")
+    return Dataset(made)
 
 
 def open(path, create=False):  # noqa: A001 - the package's entry point, like io.open

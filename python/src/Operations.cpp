@@ -149,6 +149,32 @@ py::tuple Added(const ProjectHandle& handle, const DataSetPtr& made, const std::
   return py::make_tuple(log, DataSetHandle{handle.project, made});
 }
 
+// Runs `make`, which makes a dataset of the given number and answers the log of what it did,
+// saves what it made (and whatever `make` changed of `changed`), and answers (log, dataset).
+template <class Make>
+py::tuple MakeAndSave(const ProjectHandle& h, const py::object& progress, Make make,
+                      const DataSetPtr& changed = nullptr) {
+  NCProject& p = h.Get();
+  DataSetPtr made;
+  const std::string log = Run(progress, [&] {
+    std::string line = make(FreeNumber(p), made);
+    if (changed && changed->IsDirty()) SaveOrThrow(p, changed);
+    SaveOrThrow(p, made);
+    return line;
+  });
+  return Added(h, made, log);
+}
+
+tool::CsvImportOptions ImportOptions(const std::string& name, const std::vector<std::string>& ids,
+                                     const std::string& batch, const std::string& phase) {
+  tool::CsvImportOptions options;
+  options.name = name;
+  options.idColumns = ids;
+  options.batchColumn = batch;
+  options.phaseColumn = phase;
+  return options;
+}
+
 }  // namespace
 
 void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
@@ -163,21 +189,15 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
              const std::vector<std::string>& ids, const std::string& batch,
              const std::string& phase, char separator, char decimal,
              const std::vector<std::string>& missing, const py::object& progress) {
-            NCProject& p = h.Get();
-            tool::CsvImportOptions options;
-            options.name = name;
-            options.idColumns = ids;
-            options.batchColumn = batch;
-            options.phaseColumn = phase;
+            tool::CsvImportOptions options = ImportOptions(name, ids, batch, phase);
             options.separator = separator;
             options.decimal = decimal;
             options.missingTexts = missing;
-            const DataSetPtr made = Run(progress, [&] {
-              DataSetPtr imported = tool::CsvImport::ImportFile(h.project, path, options);
-              SaveOrThrow(p, imported);
-              return imported;
+            return MakeAndSave(h, progress, [&](int number, DataSetPtr& made) {
+              options.number = number;
+              made = tool::CsvImport::ImportFile(h.project, path, options);
+              return std::string();
             });
-            return DataSetHandle{h.project, made};
           },
           py::arg("path"), py::arg("name") = "", py::arg("ids") = std::vector<std::string>(),
           py::arg("batch") = "", py::arg("phase") = "", py::arg("separator") = ',',
@@ -188,18 +208,12 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           [](const ProjectHandle& h, const std::string& text, const std::string& name,
              const std::vector<std::string>& ids, const std::string& batch,
              const std::string& phase) {
-            NCProject& p = h.Get();
-            tool::CsvImportOptions options;
-            options.name = name;
-            options.idColumns = ids;
-            options.batchColumn = batch;
-            options.phaseColumn = phase;
-            const DataSetPtr made = Run(py::none(), [&] {
-              DataSetPtr imported = tool::CsvImport::ImportText(h.project, text, name, options);
-              SaveOrThrow(p, imported);
-              return imported;
+            tool::CsvImportOptions options = ImportOptions(name, ids, batch, phase);
+            return MakeAndSave(h, py::none(), [&](int number, DataSetPtr& made) {
+              options.number = number;
+              made = tool::CsvImport::ImportText(h.project, text, name, options);
+              return std::string();
             });
-            return DataSetHandle{h.project, made};
           },
           py::arg("text"), py::arg("name"), py::arg("ids") = std::vector<std::string>(),
           py::arg("batch") = "", py::arg("phase") = "")
@@ -230,33 +244,24 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           "align",
           [](const ProjectHandle& h, const DataSetHandle& d, const AlignChoice& choice,
              const std::string& name, const py::object& progress) {
-            NCProject& p = h.Get();
             NCDataSet& source = Own(h, d);
-            DataSetPtr aligned;
-            const std::string log = Run(progress, [&] {
-              std::string line =
-                  tool::BatchCommands::Align(source, choice, name, FreeNumber(p), aligned);
-              if (source.IsDirty()) SaveOrThrow(p, d.dataSet);  // "$Time" was made
-              SaveOrThrow(p, aligned);
-              return line;
-            });
-            return Added(h, aligned, log);
+            // "$Time" is made for the source first when asked for: the source is saved too.
+            return MakeAndSave(
+                h, progress,
+                [&](int number, DataSetPtr& made) {
+                  return tool::BatchCommands::Align(source, choice, name, number, made);
+                },
+                d.dataSet);
           },
           py::arg("dataset"), py::arg("choice"), py::arg("name"), py::arg("progress") = py::none())
       .def(
           "summarize",
           [](const ProjectHandle& h, const DataSetHandle& d, const SummaryChoice& choice,
              const std::string& name, const py::object& progress) {
-            NCProject& p = h.Get();
             const NCDataSet& source = Own(h, d);
-            DataSetPtr summary;
-            const std::string log = Run(progress, [&] {
-              std::string line =
-                  tool::CombineCommands::Summarize(source, choice, name, FreeNumber(p), summary);
-              SaveOrThrow(p, summary);
-              return line;
+            return MakeAndSave(h, progress, [&](int number, DataSetPtr& made) {
+              return tool::CombineCommands::Summarize(source, choice, name, number, made);
             });
-            return Added(h, summary, log);
           },
           py::arg("dataset"), py::arg("choice"), py::arg("name"), py::arg("progress") = py::none())
       .def(
