@@ -36,12 +36,9 @@ class Dataset:
 
     def get_values(self, as_nan=False):
         """The values; with `as_nan`, a copy with NaN where a value is missing."""
-        values = self._handle.values
         if not as_nan:
-            return values
-        copy = np.array(values, dtype=np.float32, order="F")
-        copy[copy == MISSING] = np.nan
-        return copy
+            return self._handle.values
+        return self._handle.values_with_nan()
 
     @property
     def variables(self):
@@ -78,19 +75,7 @@ class Dataset:
         observation otherwise."""
         import pandas as pd
 
-        values = self.get_values(as_nan=True)
-        columns = {}
-        for j, variable in enumerate(self._handle.variables()):
-            if variable["kind"] == "qualitative":
-                texts = self._handle.decoded_column(j + 1)
-                columns[variable["name"]] = pd.Categorical(
-                    [t if t else None for t in texts], categories=variable["levels"])
-            elif variable["kind"] == "datetime":
-                texts = self._handle.decoded_column(j + 1)
-                columns[variable["name"]] = pd.to_datetime(
-                    [t if t else None for t in texts])
-            else:
-                columns[variable["name"]] = values[:, j]
+        variables = self._handle.variables()
         ids = self.observation_ids
         if self._handle.is_batch:
             phases = self.phases or [""] * len(ids)
@@ -98,7 +83,23 @@ class Dataset:
                 [self.batches, phases, ids], names=["batch", "phase", "observation"])
         else:
             index = pd.Index(ids, name="observation")
-        return pd.DataFrame(columns, index=index)
+        # The numbers go in as one block, without a copy of the NaN copy; decoded columns are
+        # put in at their positions afterwards.
+        numeric = [j for j, v in enumerate(variables) if v["kind"] == "quantitative"]
+        values = self.get_values(as_nan=True)
+        block = values if len(numeric) == len(variables) else values[:, numeric]
+        frame = pd.DataFrame(block, columns=[variables[j]["name"] for j in numeric],
+                             index=index, copy=False)
+        for j, variable in enumerate(variables):
+            if variable["kind"] == "quantitative":
+                continue
+            texts = [t if t else None for t in self._handle.decoded_column(j + 1)]
+            if variable["kind"] == "qualitative":
+                column = pd.Categorical(texts, categories=variable["levels"])
+            else:
+                column = pd.to_datetime(texts)
+            frame.insert(j, variable["name"], column)
+        return frame
 
     @property
     def aligned_on(self):
@@ -166,6 +167,11 @@ class Project:
     def datasets(self):
         """The stored datasets as (number, name, observations, variables, kind) tuples."""
         return self._handle.datasets()
+
+    def add_matrix(self, values, names, ids=None, name="matrix"):
+        """A new dataset of quantitative variables `names` from a 2-D array (observations x
+        variables; NaN and -99 are missing), its rows named by `ids` (default 1, 2, ...)."""
+        return Dataset(self._handle.add_matrix(values, list(names), list(ids or []), name))
 
     def load(self, dataset):
         """The dataset with this number or name."""

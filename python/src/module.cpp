@@ -24,6 +24,7 @@
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/QualitativeVariableInfo.h"
+#include "ncds/metadata/QuantitativeVariableInfo.h"
 #include "ncds/metadata/VariableInfo.h"
 #include "ncds/project/NCProject.h"
 #include "ncds/project/NCProjectFile.h"
@@ -114,6 +115,28 @@ py::array Values(const DataSetHandle& data) {
   return std::move(view);
 }
 
+// A copy of the matrix (Fortran order, like the dataset's) with NaN for missing values, made in
+// one pass without the GIL.
+py::array ValuesWithNaN(const DataSetHandle& data) {
+  const NCDataMatrix<float>& matrix = data.dataSet->GetMatrix();
+  const std::size_t rows = matrix.SizeRows();
+  const std::size_t columns = matrix.SizeColumns();
+  py::array_t<float, py::array::f_style> copy(
+      {static_cast<py::ssize_t>(rows), static_cast<py::ssize_t>(columns)});
+  float* out = copy.mutable_data();
+  {
+    py::gil_scoped_release release;
+    for (std::size_t j = 0; j < columns; ++j) {
+      const float* in = matrix.ColumnData(j);
+      float* to = out + j * rows;
+      for (std::size_t i = 0; i < rows; ++i) {
+        to[i] = in[i] == NCDataMatrix<float>::kMissing ? NAN : in[i];
+      }
+    }
+  }
+  return std::move(copy);
+}
+
 // What Python shows of a variable: name, kind, block, unit and levels (qualitative only).
 py::list Variables(const DataSetHandle& data) {
   const NCVariables& variables = data.project->GetVariables();
@@ -175,6 +198,57 @@ std::vector<std::string> DecodedColumn(const DataSetHandle& data, int column) {
   return texts;
 }
 
+// A new dataset of quantitative variables `names` from a (rows, columns) float32 array, its rows
+// named by `ids` (default 1, 2, ...): the array is copied once, column by column, into the
+// dataset's own matrix. Saved into the project.
+DataSetHandle AddMatrix(const ProjectHandle& handle,
+                        const py::array_t<float, py::array::forcecast>& values,
+                        const std::vector<std::string>& names, std::vector<std::string> ids,
+                        const std::string& name) {
+  NCProject& project = handle.Get();
+  if (values.ndim() != 2)
+    throw NCError(ExceptionMessage::translate("The values must be a matrix."));
+  const auto rows = static_cast<std::size_t>(values.shape(0));
+  const auto columns = static_cast<std::size_t>(values.shape(1));
+  if (names.size() != columns || (!ids.empty() && ids.size() != rows)) {
+    throw NCError(ExceptionMessage::translate(
+        "The names of the variables and observations must match the matrix's shape."));
+  }
+  const auto cells = values.unchecked<2>();
+  NCDataMatrix<float> matrix(rows, columns);
+  for (std::size_t j = 0; j < columns; ++j) {
+    float* column = matrix.ColumnData(j);
+    for (std::size_t i = 0; i < rows; ++i) {
+      const float value = cells(static_cast<py::ssize_t>(i), static_cast<py::ssize_t>(j));
+      column[i] = std::isnan(value) ? NCDataMatrix<float>::kMissing : value;
+    }
+  }
+  py::gil_scoped_release release;
+  NCIntegralVector<unsigned long, 0> varIDs;
+  for (const std::string& variable : names) {
+    const unsigned long id = project.CreateUniqueID();
+    project.GetVariables().Add(std::make_unique<QuantitativeVariableInfo>(variable, id));
+    varIDs.push_back(id);
+  }
+  VarObsInfoVector<ObservationInfo> infos;
+  infos.reserve(rows);
+  for (std::size_t i = 0; i < rows; ++i) {
+    const unsigned long id = project.CreateUniqueID();
+    std::string label = ids.empty() ? std::to_string(i + 1) : std::move(ids[i]);
+    infos.push_back(project.GetObservations().Add(
+        std::make_unique<ObservationInfo>(std::vector<std::string>{std::move(label)}, id)));
+  }
+  int number = 1;
+  while (project.GetDataContainer(number)) ++number;
+  DataSetPtr dataSet =
+      NCDataSet::Create(handle.project, name.c_str(), number, std::move(matrix), std::move(infos),
+                        &varIDs, {1}, {1}, nullptr, nullptr, nullptr);
+  if (!project.SaveDataSet(dataSet)) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved.") % number);
+  }
+  return {handle.project, dataSet};
+}
+
 }  // namespace
 }  // namespace ncds::python
 
@@ -210,6 +284,9 @@ PYBIND11_MODULE(_ncds, m) {
           "Lets go of the project (and its file); loaded datasets stay usable.")
       .def("datasets", &ListDataSets,
            "The stored datasets as (number, name, observations, variables, kind).")
+      .def("add_matrix", &AddMatrix, py::arg("values"), py::arg("names"),
+           py::arg("ids") = std::vector<std::string>(), py::arg("name") = "matrix",
+           "A new dataset of quantitative variables from a 2-D array (NaN: missing).")
       .def("load", &Load, py::arg("dataset"), "Loads a dataset by number or name.")
       .def("save", &Save, py::arg("dataset"), "Saves a dataset into the project.")
       .def(
@@ -239,6 +316,8 @@ PYBIND11_MODULE(_ncds, m) {
       .def_property_readonly("values", &Values,
                              "The values as a read-only numpy view (observations x variables), "
                              "-99 where missing; no copy.")
+      .def("values_with_nan", &ValuesWithNaN,
+           "A copy of the values (Fortran order) with NaN where a value is missing.")
       .def("variables", &Variables, "One dict per column: id, name, kind, block, unit, levels.")
       .def("observation_ids", &ObservationIDs, py::arg("series") = 1,
            "The rows' IDs in an ID series (1: the primary IDs).")

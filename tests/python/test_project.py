@@ -73,3 +73,17 @@ def test_errors_arrive_as_ncds_error(project_path, tmp_path):
     fresh = ncds.open(tmp_path / "new.ncds", create=True)
     assert fresh.datasets() == []
     assert ncds.Project().datasets() == []
+
+
+def test_add_matrix_takes_nan_as_missing_and_checks_the_shape():
+    project = ncds.Project()
+    values = np.array([[1.0, np.nan], [3.0, 4.0], [-99.0, 6.0]], dtype=np.float64)
+    data = project.add_matrix(values, ["a", "b"], ids=["r1", "r2", "r3"], name="m")
+    assert data.shape == (3, 2) and data.observation_ids == ["r1", "r2", "r3"]
+    assert data.values[0, 1] == -99 and data.values[2, 0] == -99 and data.values[1, 1] == 4
+    frame = data.to_pandas()
+    assert frame.loc["r2", "b"] == 4 and np.isnan(frame.loc["r1", "b"])
+    assert list(frame.columns) == ["a", "b"]
+    with pytest.raises(ncds.Error, match="match the matrix"):
+        project.add_matrix(values, ["a"])
+    assert [d[1] for d in project.datasets()] == ["m"]
