@@ -168,10 +168,25 @@ class Project:
         """The stored datasets as (number, name, observations, variables, kind) tuples."""
         return self._handle.datasets()
 
-    def add_matrix(self, values, names, ids=None, name="matrix"):
+    def add_matrix(self, values, names, ids=None, name="matrix", batches=None, phases=None):
         """A new dataset of quantitative variables `names` from a 2-D array (observations x
-        variables; NaN and -99 are missing), its rows named by `ids` (default 1, 2, ...)."""
-        return Dataset(self._handle.add_matrix(values, list(names), list(ids or []), name))
+        variables; NaN and -99 are missing), its rows named by `ids` (default 1, 2, ...). With
+        `batches` (and `phases`), the batch (phase) of every row, it is a batch dataset, its
+        rows grouped by batch in order of first appearance."""
+        ids = list(ids or [])
+        batches = list(batches or [])
+        phases = list(phases or [])
+        if batches:
+            first = {}
+            for b in batches:
+                first.setdefault(b, len(first))
+            order = sorted(range(len(batches)), key=lambda i: first[batches[i]])
+            if order != list(range(len(batches))):
+                values = np.asarray(values)[order]
+                batches = [batches[i] for i in order]
+                phases = [phases[i] for i in order] if phases else phases
+                ids = [ids[i] for i in order] if ids else [str(i + 1) for i in order]
+        return Dataset(self._handle.add_matrix(values, list(names), ids, name, batches, phases))
 
     def load(self, dataset):
         """The dataset with this number or name."""

@@ -14,6 +14,7 @@
 
 #include "Handles.h"
 
+#include "ncds/batch/BatchUtilities.h"
 #include "ncds/batch/ClassInfoVector.h"
 #include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/NCDataSet.h"
@@ -198,19 +199,30 @@ std::vector<std::string> DecodedColumn(const DataSetHandle& data, int column) {
   return texts;
 }
 
+// The observation ID series named `label`: the project's batch (phase) series when it has one,
+// else a new secondary series.
+int SeriesFor(NCObservations& observations, bool phase) {
+  const int known = phase ? observations.GetPhaseIDRaw() : observations.GetBatchIDRaw();
+  return known > 0 ? known : observations.AddSecondaryID(phase ? "Phase" : "Batch");
+}
+
 // A new dataset of quantitative variables `names` from a (rows, columns) float32 array, its rows
 // named by `ids` (default 1, 2, ...): the array is copied once, column by column, into the
-// dataset's own matrix. Saved into the project.
+// dataset's own matrix. With `batches` (and `phases`), one name per row, grouped by batch, it
+// is a batch dataset. Saved into the project.
 DataSetHandle AddMatrix(const ProjectHandle& handle,
                         const py::array_t<float, py::array::forcecast>& values,
                         const std::vector<std::string>& names, std::vector<std::string> ids,
-                        const std::string& name) {
+                        const std::string& name, std::vector<std::string> batches,
+                        std::vector<std::string> phases) {
   NCProject& project = handle.Get();
   if (values.ndim() != 2)
     throw NCError(ExceptionMessage::translate("The values must be a matrix."));
   const auto rows = static_cast<std::size_t>(values.shape(0));
   const auto columns = static_cast<std::size_t>(values.shape(1));
-  if (names.size() != columns || (!ids.empty() && ids.size() != rows)) {
+  if (names.size() != columns || (!ids.empty() && ids.size() != rows) ||
+      (!batches.empty() && batches.size() != rows) || (!phases.empty() && phases.size() != rows) ||
+      (batches.empty() && !phases.empty())) {
     throw NCError(ExceptionMessage::translate(
         "The names of the variables and observations must match the matrix's shape."));
   }
@@ -230,19 +242,26 @@ DataSetHandle AddMatrix(const ProjectHandle& handle,
     project.GetVariables().Add(std::make_unique<QuantitativeVariableInfo>(variable, id));
     varIDs.push_back(id);
   }
+  NCObservations& observations = project.GetObservations();
+  const int batchSeries = batches.empty() ? 0 : SeriesFor(observations, false);
+  const int phaseSeries = phases.empty() ? 0 : SeriesFor(observations, true);
+  const std::size_t idCount = static_cast<std::size_t>(std::max({1, batchSeries, phaseSeries}));
   VarObsInfoVector<ObservationInfo> infos;
   infos.reserve(rows);
   for (std::size_t i = 0; i < rows; ++i) {
     const unsigned long id = project.CreateUniqueID();
-    std::string label = ids.empty() ? std::to_string(i + 1) : std::move(ids[i]);
-    infos.push_back(project.GetObservations().Add(
-        std::make_unique<ObservationInfo>(std::vector<std::string>{std::move(label)}, id)));
+    std::vector<std::string> labels(idCount);
+    labels[0] = ids.empty() ? std::to_string(i + 1) : std::move(ids[i]);
+    if (batchSeries > 0) labels[static_cast<std::size_t>(batchSeries - 1)] = std::move(batches[i]);
+    if (phaseSeries > 0) labels[static_cast<std::size_t>(phaseSeries - 1)] = std::move(phases[i]);
+    infos.push_back(observations.Add(std::make_unique<ObservationInfo>(std::move(labels), id)));
   }
   int number = 1;
   while (project.GetDataContainer(number)) ++number;
   DataSetPtr dataSet =
       NCDataSet::Create(handle.project, name.c_str(), number, std::move(matrix), std::move(infos),
                         &varIDs, {1}, {1}, nullptr, nullptr, nullptr);
+  if (batchSeries > 0) BatchUtilities::MakeBatchDataSet(*dataSet, batchSeries, phaseSeries);
   if (!project.SaveDataSet(dataSet)) {
     throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved.") % number);
   }
@@ -286,6 +305,8 @@ PYBIND11_MODULE(_ncds, m) {
            "The stored datasets as (number, name, observations, variables, kind).")
       .def("add_matrix", &AddMatrix, py::arg("values"), py::arg("names"),
            py::arg("ids") = std::vector<std::string>(), py::arg("name") = "matrix",
+           py::arg("batches") = std::vector<std::string>(),
+           py::arg("phases") = std::vector<std::string>(),
            "A new dataset of quantitative variables from a 2-D array (NaN: missing).")
       .def("load", &Load, py::arg("dataset"), "Loads a dataset by number or name.")
       .def("save", &Save, py::arg("dataset"), "Saves a dataset into the project.")

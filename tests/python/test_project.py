@@ -87,3 +87,9 @@ def test_add_matrix_takes_nan_as_missing_and_checks_the_shape():
     with pytest.raises(ncds.Error, match="match the matrix"):
         project.add_matrix(values, ["a"])
     assert [d[1] for d in project.datasets()] == ["m"]
+    # Batch rows come grouped by batch, in order of first appearance.
+    runs = project.add_matrix(values, ["a", "b"], name="runs", batches=["B2", "B1", "B2"],
+                              phases=["P", "P", "Q"])
+    assert runs.kind == "batch" and runs.batches == ["B2", "B2", "B1"]
+    assert runs.phases == ["P", "Q", "P"] and runs.observation_ids == ["1", "3", "2"]
+    assert runs.values[1, 0] == -99 and runs.values[2, 0] == 3
