@@ -13,7 +13,7 @@ packages=(
   libdeflate-dev libmuparser-dev libmd-dev
   ccache
   pybind11-dev python3-dev python3-numpy python3-pandas python3-pytest python3-matplotlib
-  python3-xarray
+  python3-xarray python3-dask python3-distributed
 )
 if [[ "${1:-}" == "--ci" ]]; then
   packages+=(clang libclang-rt-14-dev clang-format)

@@ -1,0 +1,73 @@
+"""ncds.dask on a LocalCluster of two workers against the single-process results."""
+
+import numpy as np
+import pytest
+
+import ncds
+
+distributed = pytest.importorskip("distributed")
+import ncds.dask as nd  # noqa: E402
+
+
+@pytest.fixture(scope="module")
+def client():
+    cluster = distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
+                                       dashboard_address=None)
+    with distributed.Client(cluster) as client:
+        yield client
+    cluster.close()
+
+
+@pytest.fixture(scope="module")
+def runs():
+    rng = np.random.default_rng(3)
+    batches, phases, rows = [], [], []
+    for b in range(12):
+        length = 20 + b
+        for k in range(length):
+            batches.append(f"B{b:02d}")
+            phases.append("Growth" if k < length // 2 else "Feed")
+            rows.append([k * (1.0 + 0.1 * b), rng.normal(30, 1), rng.normal(7, 0.1)])
+    values = np.array(rows)
+    values[5, 1] = np.nan
+    project = ncds.Project()
+    data = project.add_matrix(values, ["Time", "Temp", "pH"], name="runs", batches=batches,
+                              phases=phases)
+    return project, data
+
+
+def test_alignment_and_summaries_on_two_workers_match_one_process(client, runs):
+    project, data = runs
+    frame = nd.from_dataset(data, batches_per_partition=5)
+    assert frame.npartitions == 3
+    aligned = nd.align(frame, "Time", phase_points={"Growth": 5, "Feed": 7}).compute()
+    single = project.align(data, "Time", phase_points={"Growth": 5, "Feed": 7}, relative=True,
+                           name="single")
+    assert list(aligned["observation"]) == single.observation_ids
+    assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32), single.values)
+
+    levels = nd.summarize(frame, stats=["Mean", "Max", "Slope"], by_phase=True,
+                          maturity="Time").compute()
+    reference = project.summarize(data, stats=["Mean", "Max", "Slope"], by_phase=True,
+                                  maturity="Time", name="reference").to_pandas()
+    assert list(levels.index) == list(reference.index)
+    assert np.allclose(levels.to_numpy(), reference.to_numpy(), equal_nan=True)
+    with pytest.raises(ValueError, match="not a batch dataset"):
+        nd.from_dataset(project.load("reference"))
+
+
+def test_many_project_files_become_one_collection(client, runs, tmp_path):
+    _, data = runs
+    paths = []
+    for k in range(2):
+        path = tmp_path / f"plant{k}.ncds"
+        with ncds.open(path, create=True) as project:
+            rows = slice(0, 100) if k == 0 else slice(100, data.shape[0])
+            project.add_matrix(data.values[rows], data.variable_names, name="runs",
+                               batches=data.batches[rows], phases=data.phases[rows])
+        paths.append(path)
+    frame = nd.from_projects(paths, "runs", batches_per_partition=4)
+    assert frame.npartitions >= 4
+    whole = frame.compute()
+    assert list(whole["batch"]) == data.batches
+    assert np.array_equal(whole[["Time", "Temp", "pH"]].to_numpy(np.float32), data.values)
