@@ -44,11 +44,14 @@ def _dataset(frame, project=None):
         name="partition", batches=list(frame["batch"]), phases=list(frame["phase"]))
 
 
-def _load_partition(path, dataset, first, last):
+def _load_frame(path, dataset):
+    """The partition form of dataset `dataset` of the project file at `path`."""
     with open_project(path) as project:
-        data = project.load(dataset)
-    starts = _batch_starts(data.batches)
-    return _frame(data, slice(starts[first], starts[last]))
+        return _frame(project.load(dataset))
+
+
+def _rows(frame, first, last):
+    return frame.iloc[first:last]
 
 
 def _batch_starts(batches):
@@ -90,9 +93,11 @@ def from_projects(paths, dataset, batches_per_partition=100):
             starts = _batch_starts(data.batches)
             if meta is None:
                 meta = _frame(data, slice(0, 0))
+        # Each file is read once, by a worker; its partitions are slices of what it read.
+        whole = dask.delayed(_load_frame)(str(path), dataset)
         for first in range(0, len(starts) - 1, batches_per_partition):
             last = min(first + batches_per_partition, len(starts) - 1)
-            parts.append(dask.delayed(_load_partition)(str(path), dataset, first, last))
+            parts.append(dask.delayed(_rows)(whole, starts[first], starts[last]))
     return dd.from_delayed(parts, meta=meta)
 
 
@@ -127,11 +132,9 @@ def _summarize_partition(frame, stats, by_phase, variables, maturity):
 
 def summarize(frame, stats=None, by_phase=False, variables=None, maturity=None):
     """Batch-level summaries partition by partition (one row per batch, indexed by batch), as
-    `Project.summarize` makes them. Computes a small sample first to know the columns."""
-    sample = frame.get_partition(0).head(1, compute=True)
-    first = sample["batch"].iloc[0] if len(sample) else None
-    head = frame.get_partition(0)
-    meta = _summarize_partition(head[head["batch"] == first].compute(), stats, by_phase,
-                                variables, maturity).iloc[:0]
+    `Project.summarize` makes them. Summarizes the first batch first to know the columns."""
+    head = frame.get_partition(0).compute()
+    first = head[head["batch"] == head["batch"].iloc[0]] if len(head) else head
+    meta = _summarize_partition(first, stats, by_phase, variables, maturity).iloc[:0]
     return frame.map_partitions(_summarize_partition, stats, by_phase, variables, maturity,
                                 meta=meta)

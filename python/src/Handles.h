@@ -38,6 +38,12 @@ struct ProjectHandle {
   NCProjectFile* File() const { return dynamic_cast<NCProjectFile*>(&Get()); }
 };
 
+// Saves `dataSet` into `project`; throws `NCError` when it could not be saved.
+void SaveOrThrow(NCProject& project, const DataSetPtr& dataSet);
+
+// The loaded dataset of `data`, which must belong to `handle`'s project (else `NCError`).
+NCDataSet& Own(const ProjectHandle& handle, const DataSetHandle& data);
+
 // The number of the dataset `which` names: a number, or a name.
 int FindDataSet(const NCProject& project, const pybind11::object& which);
 

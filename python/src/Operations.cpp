@@ -110,27 +110,6 @@ auto Run(const py::object& progress, Work work) {
   return std::move(result->value);
 }
 
-int FreeNumber(const NCProject& project) {
-  int number = 1;
-  while (project.GetDataContainer(number)) ++number;
-  return number;
-}
-
-void SaveOrThrow(NCProject& project, const DataSetPtr& dataSet) {
-  if (!project.SaveDataSet(dataSet)) {
-    throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved.") %
-                  dataSet->GetNumber());
-  }
-}
-
-// The loaded dataset of `data`, which must belong to `handle`'s project.
-NCDataSet& Own(const ProjectHandle& handle, const DataSetHandle& data) {
-  if (data.project != handle.project || !handle.project) {
-    throw NCError(ExceptionMessage::translate("The dataset belongs to another project."));
-  }
-  return *data.dataSet;
-}
-
 // Edits `data` with `edit` (returning a log), saves it and answers the log.
 template <class Edit>
 std::string EditAndSave(const ProjectHandle& handle, const DataSetHandle& data,
@@ -157,7 +136,7 @@ py::tuple MakeAndSave(const ProjectHandle& h, const py::object& progress, Make m
   NCProject& p = h.Get();
   DataSetPtr made;
   const std::string log = Run(progress, [&] {
-    std::string line = make(FreeNumber(p), made);
+    std::string line = make(p.GetFreeNumber(), made);
     if (changed && changed->IsDirty()) SaveOrThrow(p, changed);
     SaveOrThrow(p, made);
     return line;

@@ -51,6 +51,20 @@ int FindDataSet(const NCProject& project, const py::object& which) {
   throw NCError(ExceptionMessage::translate("The project has no dataset {1}.") % name);
 }
 
+void SaveOrThrow(NCProject& project, const DataSetPtr& dataSet) {
+  if (!project.SaveDataSet(dataSet)) {
+    throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved.") %
+                  dataSet->GetNumber());
+  }
+}
+
+NCDataSet& Own(const ProjectHandle& handle, const DataSetHandle& data) {
+  if (data.project != handle.project || !handle.project) {
+    throw NCError(ExceptionMessage::translate("The dataset belongs to another project."));
+  }
+  return *data.dataSet;
+}
+
 namespace {
 
 constexpr int kBatchDataType = 32;
@@ -84,18 +98,9 @@ DataSetHandle Load(const ProjectHandle& handle, const py::object& which) {
 
 void Save(const ProjectHandle& handle, const DataSetHandle& data) {
   NCProject& project = handle.Get();
-  if (data.project != handle.project) {
-    throw NCError(ExceptionMessage::translate("The dataset belongs to another project."));
-  }
-  bool saved = false;
-  {
-    py::gil_scoped_release release;
-    saved = project.SaveDataSet(data.dataSet);
-  }
-  if (!saved) {
-    throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved.") %
-                  data.dataSet->GetNumber());
-  }
+  Own(handle, data);
+  py::gil_scoped_release release;
+  SaveOrThrow(project, data.dataSet);
 }
 
 // The matrix as a read-only (rows, columns) view: columns are contiguous, CapacityRows()
@@ -256,15 +261,12 @@ DataSetHandle AddMatrix(const ProjectHandle& handle,
     if (phaseSeries > 0) labels[static_cast<std::size_t>(phaseSeries - 1)] = std::move(phases[i]);
     infos.push_back(observations.Add(std::make_unique<ObservationInfo>(std::move(labels), id)));
   }
-  int number = 1;
-  while (project.GetDataContainer(number)) ++number;
+  const int number = project.GetFreeNumber();
   DataSetPtr dataSet =
       NCDataSet::Create(handle.project, name.c_str(), number, std::move(matrix), std::move(infos),
                         &varIDs, {1}, {1}, nullptr, nullptr, nullptr);
   if (batchSeries > 0) BatchUtilities::MakeBatchDataSet(*dataSet, batchSeries, phaseSeries);
-  if (!project.SaveDataSet(dataSet)) {
-    throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved.") % number);
-  }
+  SaveOrThrow(project, dataSet);
   return {handle.project, dataSet};
 }
 

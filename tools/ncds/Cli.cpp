@@ -97,8 +97,8 @@ int FindCompound(const NCProjectFile& project, const std::string& which) {
   return 0;
 }
 
-// The number of the dataset that `which` names, by number or else by name.
-int FindDataSet(const NCProjectFile& project, const std::string& which) {
+// The number of the dataset that `which` names, by number or else by name; 0 for none.
+int MatchDataSet(const NCProjectFile& project, const std::string& which) {
   const std::vector<int> numbers = project.GetDataSetNumbers();
   int number = 0;
   const char* const end = which.data() + which.size();
@@ -110,6 +110,12 @@ int FindDataSet(const NCProjectFile& project, const std::string& which) {
     const boost::shared_ptr<NCDataSetInfo const> info = project.GetDataSetInfo(n);
     if (info && which == info->GetName()) return n;
   }
+  return 0;
+}
+
+// The number of the dataset that `which` names, by number or else by name.
+int FindDataSet(const NCProjectFile& project, const std::string& which) {
+  if (const int number = MatchDataSet(project, which)) return number;
   if (const int compound = FindCompound(project, which)) {
     throw NCError(ExceptionMessage::translate("Dataset {1} is a compound dataset: it can be shown, "
                                               "exported and deleted, and its members changed.") %
@@ -122,12 +128,7 @@ int FindDataSet(const NCProjectFile& project, const std::string& which) {
 // The number of the compound dataset `which` names when no dataset has that number or name;
 // 0 otherwise.
 int FindOnlyCompound(const NCProjectFile& project, const std::string& which) {
-  const std::vector<int> numbers = project.GetDataSetNumbers();
-  for (const int n : numbers) {
-    const boost::shared_ptr<NCDataSetInfo const> info = project.GetDataSetInfo(n);
-    if (which == std::to_string(n) || (info && which == info->GetName())) return 0;
-  }
-  return FindCompound(project, which);
+  return MatchDataSet(project, which) ? 0 : FindCompound(project, which);
 }
 
 // Loads dataset `number`; rows whose observation records are gone are pointed out on `err`.
@@ -146,13 +147,6 @@ boost::shared_ptr<NCDataSet> Load(NCProjectFile& project, int number, std::ostre
         << '\n';
   }
   return dataSet;
-}
-
-// The first number no dataset of the project has.
-int FreeNumber(const NCProjectFile& project) {
-  int number = 1;
-  while (project.GetDataContainer(number)) ++number;
-  return number;
 }
 
 // Saves `dataSet` into the project, or says that it could not be.
@@ -200,14 +194,7 @@ int List(const Request& request, std::ostream& out) {
     const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
     for (const NCProjectFile::CompoundSummary& entry : compounds) {
       const auto compound = project->GetCompoundDataset(entry.number);
-      std::string members;
-      for (const int member : entry.members) {
-        members += (members.empty() ? "" : ", ") + std::to_string(member);
-      }
-      compoundKinds[entry.number] =
-          compound->GetMissingMembers().empty()
-              ? (ExceptionMessage::translate("compound of {1}") % members).str()
-              : (ExceptionMessage::translate("compound of {1}, members missing") % members).str();
+      compoundKinds[entry.number] = CombineCommands::Kind(*compound);
       summaries.push_back({entry.number, entry.name, compound->SizeObservations(),
                            compound->SizeVariables(), compound->GetDataType()});
     }
@@ -430,60 +417,51 @@ int Export(const Request& request, std::ostream& out, std::ostream& err) {
   return 0;
 }
 
-int Align(const Request& request, std::ostream& out, std::ostream& err) {
+// Makes a new dataset from dataset `request.dataSet` with `make` (which answers the line that
+// says what it did), under `request.name` or the default name `defaultName` fills in, and saves
+// it; a source that `make` changed (a "$Time" made for it) is saved too.
+template <class Make>
+int AddDataSet(const Request& request, std::ostream& out, std::ostream& err,
+               ExceptionMessage defaultName, const std::string& caption, Make make) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const boost::shared_ptr<NCDataSet> dataSet =
       Load(*project, FindDataSet(*project, request.dataSet), err);
-  const int number = FreeNumber(*project);
+  const int number = project->GetFreeNumber();
   const std::string name =
-      request.name.empty() ? (ExceptionMessage::translate("{1} aligned") % dataSet->GetName()).str()
-                           : request.name;
-  boost::shared_ptr<NCDataSet> aligned;
+      request.name.empty() ? (defaultName % dataSet->GetName()).str() : request.name;
+  boost::shared_ptr<NCDataSet> made;
   std::string line;
   {
-    const ProgressLine progress(request.progress, NCMessages::Translate("Aligning the batches"),
-                                err);
-    line = BatchCommands::Align(*dataSet, request.align, name, number, aligned);
+    const ProgressLine progress(request.progress, caption, err);
+    line = make(*dataSet, name, number, made);
   }
   {
     const ProgressLine progress(request.progress, NCMessages::Translate("Saving the project"), err);
-    if (dataSet->IsDirty() && !project->SaveDataSet(dataSet)) {
-      throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") %
-                    dataSet->GetNumber() % request.project);
-    }
-    if (!project->SaveDataSet(aligned)) {
-      throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") % number %
-                    request.project);
-    }
+    if (dataSet->IsDirty()) SaveOrThrow(*project, dataSet);
+    SaveOrThrow(*project, made);
   }
   out << line << (ExceptionMessage::translate("Added dataset {1} \"{2}\".") % number % name).str()
       << '\n';
   return 0;
 }
 
+int Align(const Request& request, std::ostream& out, std::ostream& err) {
+  return AddDataSet(request, out, err, ExceptionMessage::translate("{1} aligned"),
+                    NCMessages::Translate("Aligning the batches"),
+                    [&request](NCDataSet& dataSet, const std::string& name, int number,
+                               boost::shared_ptr<NCDataSet>& made) {
+                      return BatchCommands::Align(dataSet, request.align, name, number, made);
+                    });
+}
+
 int Summarize(const Request& request, std::ostream& out, std::ostream& err) {
-  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
-  const boost::shared_ptr<NCDataSet> dataSet =
-      Load(*project, FindDataSet(*project, request.dataSet), err);
-  const int number = FreeNumber(*project);
-  const std::string name =
-      request.name.empty()
-          ? (ExceptionMessage::translate("{1} batch level") % dataSet->GetName()).str()
-          : request.name;
-  boost::shared_ptr<NCDataSet> summary;
-  std::string line;
-  {
-    const ProgressLine progress(request.progress, NCMessages::Translate("Summarizing the batches"),
-                                err);
-    line = CombineCommands::Summarize(*dataSet, request.summary, name, number, summary);
-  }
-  {
-    const ProgressLine progress(request.progress, NCMessages::Translate("Saving the project"), err);
-    SaveOrThrow(*project, summary);
-  }
-  out << line << (ExceptionMessage::translate("Added dataset {1} \"{2}\".") % number % name).str()
-      << '\n';
-  return 0;
+  return AddDataSet(request, out, err, ExceptionMessage::translate("{1} batch level"),
+                    NCMessages::Translate("Summarizing the batches"),
+                    [&request](NCDataSet& dataSet, const std::string& name, int number,
+                               boost::shared_ptr<NCDataSet>& made) {
+                      return CombineCommands::Summarize(dataSet, request.summary, name, number,
+                                                        made);
+                    });
 }
 
 int Combine(const Request& request, std::ostream& out) {
@@ -492,7 +470,7 @@ int Combine(const Request& request, std::ostream& out) {
   for (const std::string& member : request.members) {
     members.push_back(FindDataSet(*project, member));
   }
-  const int number = FreeNumber(*project);
+  const int number = project->GetFreeNumber();
   out << CombineCommands::Combine(*project, members, request.name, number);
   return 0;
 }

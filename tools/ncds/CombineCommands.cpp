@@ -115,6 +115,13 @@ std::string CombineCommands::Combine(NCProject& project, const std::vector<int>&
   return Describe(*project.GetCompoundDataset(number)) + '\n';
 }
 
+std::string CombineCommands::Kind(const CompoundDataset& compound) {
+  const std::string members = NumberList(compound.GetMembers());
+  return compound.GetMissingMembers().empty()
+             ? (ExceptionMessage::translate("compound of {1}") % members).str()
+             : (ExceptionMessage::translate("compound of {1}, members missing") % members).str();
+}
+
 std::string CombineCommands::Describe(const CompoundDataset& compound) {
   return Description(compound).str();
 }

@@ -45,6 +45,10 @@ std::string Merge(NCDataSet& into, const NCDataSet& from, bool keep);
 std::string Combine(NCProject& project, const std::vector<int>& members, const std::string& name,
                     int number);
 
+// The kind of compound `compound` as a listing shows it: "compound of 1, 2", and whether
+// members are missing.
+std::string Kind(const CompoundDataset& compound);
+
 // The line that describes compound `compound`: its members and size, or which members are gone.
 std::string Describe(const CompoundDataset& compound);
 

@@ -177,15 +177,16 @@ std::vector<BatchRun> IncludedBatches(const NCDataSet& source, const NCObservati
   return batches;
 }
 
-// runs[p * batches + b]: the rows of phase p in batch b (empty when the batch lacks it).
-std::vector<BatchStatistics::Run> PhaseRuns(const NCDataSet& source,
-                                            const NCObservations& observations,
-                                            const std::vector<BatchRun>& batches,
-                                            const std::vector<std::string>& phases) {
+// runs[p][b]: the rows of phase p in batch b (empty when the batch lacks it).
+std::vector<std::vector<BatchStatistics::Run>> PhaseRuns(const NCDataSet& source,
+                                                         const NCObservations& observations,
+                                                         const std::vector<BatchRun>& batches,
+                                                         const std::vector<std::string>& phases) {
   const std::size_t batchCount = batches.size();
-  std::vector<BatchStatistics::Run> runs(phases.size() * batchCount);
+  std::vector<std::vector<BatchStatistics::Run>> runs(
+      phases.size(), std::vector<BatchStatistics::Run>(batchCount));
   if (phases.size() == 1 && phases.front().empty()) {
-    for (std::size_t b = 0; b < batchCount; ++b) runs[b] = {batches[b].begin, batches[b].end};
+    for (std::size_t b = 0; b < batchCount; ++b) runs[0][b] = {batches[b].begin, batches[b].end};
     return runs;
   }
   const auto& rows = source.GetObservationInfoVector();
@@ -202,7 +203,7 @@ std::vector<BatchStatistics::Run> PhaseRuns(const NCDataSet& source,
     const ObservationInfo* row = rows[begin];
     const auto found = phaseIndex.find(row ? row->GetPhaseName(observations) : std::string());
     if (found == phaseIndex.end()) continue;
-    BatchStatistics::Run& run = runs[found->second * batchCount + b];
+    BatchStatistics::Run& run = runs[found->second][b];
     if (run.end > run.begin) {
       throw NCError(ExceptionMessage::translate("Phase {1} of batch {2} is not in one piece.") %
                     found->first % batches[b].name);
@@ -232,7 +233,7 @@ boost::shared_ptr<NCDataSet> BatchLevelComponent::Create(const NCDataSet& source
   NCObservations& observations = project->GetObservations();
   NCVariables& variables = project->GetVariables();
   const std::vector<d::BatchRun> batches = d::IncludedBatches(source, observations);
-  const std::vector<BatchStatistics::Run> runs =
+  const std::vector<std::vector<BatchStatistics::Run>> runs =
       d::PhaseRuns(source, observations, batches, plan.phases);
   const std::size_t batchCount = batches.size();
   const std::size_t phaseCount = plan.phases.size();
@@ -242,36 +243,25 @@ boost::shared_ptr<NCDataSet> BatchLevelComponent::Create(const NCDataSet& source
   const std::size_t conditionCount = mInfo.HasBatchConditions() ? conditionIDs.size() : 0;
   const std::size_t summaryColumns = plan.columns.size() * phaseCount * statCount;
 
-  // The statistics, straight into the columns: each (variable, phase) fills statCount
-  // adjacent columns of batchCount rows.
+  // The statistics, straight into the new matrix.
   NCDataMatrix<float> values(batchCount, summaryColumns + conditionCount);
   const NCDataMatrix<float>& data = source.GetMatrix();
   const float* maturity =
       plan.maturity < 0 ? nullptr : data.ColumnData(static_cast<std::size_t>(plan.maturity));
-  const bool packed = values.CapacityRows() == batchCount;
   std::vector<float> scratch;
-  std::vector<float> out(packed ? 0 : batchCount * statCount);
-  std::vector<BatchStatistics::Run> phaseRuns(batchCount);
   NCProgress progress(
       (ExceptionMessage::translate("Summarizing dataset \"{1}\"...") % source.GetName()).str(), 0,
       static_cast<float>(plan.columns.size()), true, false, false);
-  for (std::size_t v = 0; v < plan.columns.size(); ++v) {
+  // A new matrix holds its columns back to back, batchCount floats apart: the statistics of
+  // one variable and phase fill statCount adjacent columns in one call.
+  for (std::size_t v = 0; v < plan.columns.size() && batchCount > 0; ++v) {
     if (!progress.SetValue(static_cast<float>(v))) {
       throw NCError(ExceptionMessage::translate("Summarizing was cancelled."));
     }
     const float* column = data.ColumnData(plan.columns[v]);
     for (std::size_t p = 0; p < phaseCount; ++p) {
-      std::copy_n(runs.begin() + static_cast<std::ptrdiff_t>(p * batchCount), batchCount,
-                  phaseRuns.begin());
-      const std::size_t first = (v * phaseCount + p) * statCount;
-      if (batchCount == 0) continue;
-      float* target = packed ? values.ColumnData(first) : out.data();
-      BatchStatistics::Compute(column, maturity, phaseRuns, plan.statistics, target, scratch);
-      if (!packed) {
-        for (std::size_t k = 0; k < statCount; ++k) {
-          std::copy_n(out.data() + k * batchCount, batchCount, values.ColumnData(first + k));
-        }
-      }
+      BatchStatistics::Compute(column, maturity, runs[p], plan.statistics,
+                               values.ColumnData((v * phaseCount + p) * statCount), scratch);
     }
   }
   for (std::size_t c = 0; c < conditionCount; ++c) {

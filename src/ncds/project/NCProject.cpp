@@ -135,6 +135,12 @@ std::vector<int> NCProject::GetDataSetNumbers() const {
   return numbers;
 }
 
+int NCProject::GetFreeNumber() const {
+  int number = 1;
+  while (IsDataSetNumber(number) || mCompounds.count(number) > 0) ++number;
+  return number;
+}
+
 boost::shared_ptr<NCDataSet> NCProject::LoadDataSet(int number) {
   const auto it = mDataSets.find(number);
   if (it == mDataSets.end()) return nullptr;

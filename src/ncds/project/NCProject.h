@@ -83,6 +83,9 @@ class NCDS_EXPORT NCProject : public NCProjectBase {
   boost::shared_ptr<NCDataSetInfo const> GetDataSetInfo(int number) const;
   // The numbers of the stored datasets, ascending.
   std::vector<int> GetDataSetNumbers() const;
+  // The lowest number from 1 that no dataset (a damaged one in a file included) and no
+  // compound dataset has: the number of the next new dataset.
+  int GetFreeNumber() const;
   // Reads dataset `number` afresh from its saved stream and makes it the loaded one; a dataset
   // loaded before is no longer the project's (its unsaved changes stay with it). Null when no
   // dataset is stored under `number` or its stream is damaged; then nothing changes. Rows
