@@ -2,15 +2,15 @@
 batch-level summaries mapped over the partitions: the same calls run on a laptop's cores or on
 a cluster (a `distributed.Client` in use).
 
-A partition is a pandas DataFrame with the columns "batch", "phase" and "observation" and one
-float column per quantitative or date-time variable, holding the values as the dataset stores
-them (-99 for missing; date-times in their stored number form). Every batch lies in one
+A partition is a pandas DataFrame with the columns "batch" and "phase" (categoricals),
+"observation" (the rows' names) and one float column per quantitative or date-time variable,
+holding the values as the dataset stores them (-99 for missing; date-times in their stored
+number form). Every batch lies in one
 partition, so work that needs a whole batch runs partition by partition. Qualitative variables
 are left out.
 
-Alignment onto a grid that depends on all batches (absolute maturity) would need the range of
-every batch first; partitions align each batch on its own, so `align` asks for relative
-maturity, which gives exactly the single-process result.
+Alignment onto grids that depend on all batches measures every partition first, combines the
+measures and aligns the partitions onto the common grids: the result is the single-process one.
 """
 
 import numpy as np
@@ -21,27 +21,45 @@ from .project import Project, open as open_project
 _KEYS = ["batch", "phase", "observation"]
 
 
+def _groups(codes_names, rows, count):
+    """A categorical column from (codes, names) of a dataset, one empty category when absent."""
+    codes, names = codes_names
+    if len(codes) == 0:
+        codes, names = np.zeros(count, dtype=np.int32), [""]
+    return pd.Categorical.from_codes(codes[rows], categories=names)
+
+
 def _frame(dataset, rows=None):
     """The partition form of `dataset` (of rows `rows`, a slice, when given)."""
     keep = [j for j, v in enumerate(dataset.variables) if v["kind"] != "qualitative"]
     names = [dataset.variable_names[j] for j in keep]
     rows = rows if rows is not None else slice(None)
-    values = np.asarray(dataset.values[rows][:, keep], dtype=np.float32)
-    phases = dataset.phases or [""] * dataset.shape[0]
-    frame = pd.DataFrame(values, columns=names)
-    frame.insert(0, "batch", np.asarray(dataset.batches, dtype=object)[rows])
-    frame.insert(1, "phase", np.asarray(phases, dtype=object)[rows])
+    values = dataset.values[rows]
+    values = values[:, keep] if len(keep) != values.shape[1] else np.array(values)
+    frame = pd.DataFrame(values, columns=names, copy=False)
+    count = dataset.shape[0]
+    frame.insert(0, "batch", _groups(dataset.batch_codes, rows, count))
+    frame.insert(1, "phase", _groups(dataset.phase_codes, rows, count))
     frame.insert(2, "observation", np.asarray(dataset.observation_ids, dtype=object)[rows])
     return frame
 
 
 def _dataset(frame, project=None):
-    """A batch dataset of a new project in memory from a partition."""
+    """A batch dataset of a new project in memory from a partition (its rows numbered 1, 2, ...:
+    the kernels do not need the observations' names)."""
     project = project or Project()
     names = [c for c in frame.columns if c not in _KEYS]
     return project, project.add_matrix(
-        frame[names].to_numpy(dtype=np.float32), names, ids=list(frame["observation"]),
-        name="partition", batches=list(frame["batch"]), phases=list(frame["phase"]))
+        frame[names].to_numpy(dtype=np.float32), names, name="partition",
+        batches=frame["batch"].astype("category"), phases=frame["phase"].astype("category"))
+
+
+def _like(frame, made):
+    """`made` (a partition from a kernel) with the batch and phase categories of `frame`, so
+    that all partitions of a result share them."""
+    for key in ("batch", "phase"):
+        made[key] = made[key].cat.set_categories(frame[key].cat.categories)
+    return made
 
 
 def _load_frame(path, dataset):
@@ -54,13 +72,11 @@ def _rows(frame, first, last):
     return frame.iloc[first:last]
 
 
-def _batch_starts(batches):
-    """The first row of every batch and, last, the row count."""
-    batches = np.asarray(batches, dtype=object)
-    if len(batches) == 0:
-        return [0]
-    changes = np.flatnonzero(batches[1:] != batches[:-1]) + 1
-    return [0, *changes.tolist(), len(batches)]
+def _batch_starts(dataset):
+    """The first row of every batch of `dataset` and, last, the row count."""
+    codes, _ = dataset.batch_codes
+    changes = np.flatnonzero(codes[1:] != codes[:-1]) + 1
+    return [0, *changes.tolist(), len(codes)]
 
 
 def from_dataset(dataset, batches_per_partition=100):
@@ -70,7 +86,7 @@ def from_dataset(dataset, batches_per_partition=100):
 
     if dataset.kind != "batch":
         raise ValueError(f"dataset {dataset.name!r} is not a batch dataset")
-    starts = _batch_starts(dataset.batches)
+    starts = _batch_starts(dataset)
     whole = _frame(dataset)
     # One partition per run of whole batches, in row order (the index keeps the row numbers).
     parts = [dask.delayed(whole.iloc[starts[b]:starts[min(b + batches_per_partition,
@@ -84,15 +100,17 @@ def from_projects(paths, dataset, batches_per_partition=100):
     the workers: `batches_per_partition` whole batches per partition."""
     import dask
     import dask.dataframe as dd
+    from dask.dataframe.utils import clear_known_categories
 
     parts = []
     meta = None
     for path in paths:
         with open_project(path) as project:
             data = project.load(dataset)
-            starts = _batch_starts(data.batches)
+            starts = _batch_starts(data)
             if meta is None:
-                meta = _frame(data, slice(0, 0))
+                # Each file has its own batches: the categories are known per partition only.
+                meta = clear_known_categories(_frame(data, slice(0, 0)))
         # Each file is read once, by a worker; its partitions are slices of what it read.
         whole = dask.delayed(_load_frame)(str(path), dataset)
         for first in range(0, len(starts) - 1, batches_per_partition):
@@ -101,22 +119,54 @@ def from_projects(paths, dataset, batches_per_partition=100):
     return dd.from_delayed(parts, meta=meta)
 
 
-def _align_partition(frame, maturity, points, phase_points, smooth, extend):
+def _extent_partition(frame, maturity, points, phase_points, relative, smooth):
+    """What the grids would span over the batches of one partition (None for no rows): only the
+    maturity column is needed."""
+    if frame.empty:
+        return None
+    columns = _KEYS + [maturity] if maturity in frame.columns else list(frame.columns)
+    project, data = _dataset(frame[columns])
+    return project.align_extent(data, maturity, points=points, phase_points=phase_points,
+                                relative=relative, smooth=smooth)
+
+
+def _combine(extents):
+    extents = [e for e in extents if e is not None]
+    if not extents:
+        return None
+    total = extents[0]
+    for extent in extents[1:]:
+        total.add(extent)
+    return total
+
+
+def _align_partition(frame, maturity, points, phase_points, relative, smooth, extend, extent):
     if frame.empty:
         return frame
     project, data = _dataset(frame)
     aligned = project.align(data, maturity, points=points, phase_points=phase_points,
-                            relative=True, smooth=smooth, extend=extend, name="aligned")
-    return _frame(aligned)
+                            relative=relative, smooth=smooth, extend=extend, name="aligned",
+                            extent=extent)
+    return _like(frame, _frame(aligned))
 
 
-def align(frame, maturity, points=100, phase_points=None, smooth=False, extend=False):
-    """Aligns every batch onto `points` (or, phase by phase, `phase_points`) of its relative
-    maturity, partition by partition, with the library's aligner: a Dask DataFrame of the
-    aligned rows, named "<batch>@<position>"."""
-    meta = frame._meta
-    return frame.map_partitions(_align_partition, maturity, points, phase_points, smooth,
-                                extend, meta=meta)
+def align(frame, maturity, points=100, phase_points=None, relative=False, smooth=False,
+          extend=False):
+    """Aligns every batch onto `points` (or, phase by phase, `phase_points`) grid points of
+    `maturity`, partition by partition, with the library's aligner, as `Project.align` does: a
+    Dask DataFrame of the aligned rows, named "<batch>@<position>". The grids span the range
+    all batches reach, measured over all partitions first (a small task per partition); with
+    `relative` every batch fills 0-100 % of its own range and the partitions align at once."""
+    import dask
+
+    extent = None
+    if not relative:
+        extents = [dask.delayed(_extent_partition)(part, maturity, points, phase_points,
+                                                   relative, smooth)
+                   for part in frame.to_delayed()]
+        extent = dask.delayed(_combine)(extents)
+    return frame.map_partitions(_align_partition, maturity, points, phase_points, relative,
+                                smooth, extend, extent, meta=frame._meta)
 
 
 def _summarize_partition(frame, stats, by_phase, variables, maturity):

@@ -66,20 +66,18 @@ class _Layout:
     row, `starts` are the sorted positions where batches begin."""
 
     def __init__(self, dataset):
-        import pandas as pd
-
-        batches = dataset.batches
-        if len(batches) == 0:
+        codes, names = dataset.batch_codes
+        if len(codes) == 0:
             raise ValueError(f"dataset {dataset.name!r} has no batches")
-        codes, names = pd.factorize(np.asarray(batches, dtype=object))
         self.order = np.argsort(codes, kind="stable")
         self.codes = codes[self.order]
         self.names = [str(n) for n in names]
         self.rows = len(self.codes)
         self.starts = np.flatnonzero(np.r_[True, self.codes[1:] != self.codes[:-1]])
         self.sizes = np.diff(np.r_[self.starts, self.rows])
-        phases = dataset.phases
-        self.phases = np.asarray(phases, dtype=object)[self.order] if len(phases) else None
+        phase_codes, phase_names = dataset.phase_codes
+        self.phases = (np.asarray(phase_names, dtype=object)[phase_codes[self.order]]
+                       if len(phase_codes) else None)
 
     def positions(self):
         """Every sorted row's number within its batch, from 1."""

@@ -7,6 +7,34 @@ from . import _ncds
 MISSING = -99.0
 
 
+def _codes(labels):
+    """A label per row (a sequence, or a pandas Categorical or categorical Series) as int32
+    codes into a list of names (in order of first appearance for a sequence); empty for None."""
+    if labels is None:
+        return np.zeros(0, dtype=np.int32), []
+    labels = getattr(labels, "array", labels)  # a Series: its Categorical
+    if hasattr(labels, "codes") and hasattr(labels, "categories"):
+        return (np.asarray(labels.codes, dtype=np.int32),
+                [str(c) for c in labels.categories])
+    labels = np.asarray(labels, dtype=object)
+    if labels.size == 0:
+        return np.zeros(0, dtype=np.int32), []
+    names, first, codes = np.unique(labels.astype(str), return_index=True, return_inverse=True)
+    order = np.argsort(first)  # names in order of first appearance
+    rank = np.empty_like(order)
+    rank[order] = np.arange(len(order))
+    return rank[codes].astype(np.int32), names[order].tolist()
+
+
+def _align_choice(maturity, points, phase_points, relative, smooth, extend):
+    choice = _ncds.Project.AlignChoice()
+    choice.maturity = maturity
+    choice.points = points
+    choice.phase_points = list((phase_points or {}).items())
+    choice.relative, choice.smooth, choice.extend = relative, smooth, extend
+    return choice
+
+
 class Dataset:
     """A loaded dataset: its values, variables, observations and batch structure."""
 
@@ -63,6 +91,17 @@ class Dataset:
         """The phase of every row (empty for a dataset without phases)."""
         return self._handle.phase_names()
 
+    @property
+    def batch_codes(self):
+        """The batch of every row as (int32 codes, names in order of first appearance): the
+        cheap form for many rows. Both empty for a dataset without batches."""
+        return self._handle.batch_codes()
+
+    @property
+    def phase_codes(self):
+        """The phase of every row as (int32 codes, names in order of first appearance)."""
+        return self._handle.phase_codes()
+
     def decoded_column(self, column):
         """The texts of a qualitative or date-time column, by name or 0-based position, with ""
         where a value is missing."""
@@ -78,9 +117,14 @@ class Dataset:
         variables = self._handle.variables()
         ids = self.observation_ids
         if self._handle.is_batch:
-            phases = self.phases or [""] * len(ids)
-            index = pd.MultiIndex.from_arrays(
-                [self.batches, phases, ids], names=["batch", "phase", "observation"])
+            batch_codes, batch_names = self.batch_codes
+            phase_codes, phase_names = self.phase_codes
+            if not phase_names:
+                phase_codes, phase_names = np.zeros(len(ids), dtype=np.int32), [""]
+            id_codes, id_names = pd.factorize(np.asarray(ids, dtype=object))
+            index = pd.MultiIndex(levels=[batch_names, phase_names, id_names],
+                                  codes=[batch_codes, phase_codes, id_codes],
+                                  names=["batch", "phase", "observation"])
         else:
             index = pd.Index(ids, name="observation")
         # The numbers go in as one block, without a copy of the NaN copy; decoded columns are
@@ -171,22 +215,26 @@ class Project:
     def add_matrix(self, values, names, ids=None, name="matrix", batches=None, phases=None):
         """A new dataset of quantitative variables `names` from a 2-D array (observations x
         variables; NaN and -99 are missing), its rows named by `ids` (default 1, 2, ...). With
-        `batches` (and `phases`), the batch (phase) of every row, it is a batch dataset, its
-        rows grouped by batch in order of first appearance."""
-        ids = list(ids or [])
-        batches = list(batches or [])
-        phases = list(phases or [])
-        if batches:
-            first = {}
-            for b in batches:
-                first.setdefault(b, len(first))
-            order = sorted(range(len(batches)), key=lambda i: first[batches[i]])
-            if order != list(range(len(batches))):
+        `batches` (and `phases`), the batch (phase) of every row as a sequence of names or a
+        pandas Categorical, it is a batch dataset, its rows grouped by batch in order of first
+        appearance."""
+        ids = list(ids) if ids is not None else []
+        batch_codes, batch_names = _codes(batches)
+        phase_codes, phase_names = _codes(phases)
+        if len(batch_codes):
+            # Group the rows by batch (stable, batches in order of first appearance) unless
+            # they already come one batch after the other.
+            runs = np.count_nonzero(batch_codes[1:] != batch_codes[:-1]) + 1
+            if runs != len(np.unique(batch_codes)):
+                first = np.full(len(batch_names), len(batch_codes), dtype=np.int64)
+                np.minimum.at(first, batch_codes, np.arange(len(batch_codes)))
+                order = np.argsort(first[batch_codes], kind="stable")
                 values = np.asarray(values)[order]
-                batches = [batches[i] for i in order]
-                phases = [phases[i] for i in order] if phases else phases
+                batch_codes = batch_codes[order]
+                phase_codes = phase_codes[order] if len(phase_codes) else phase_codes
                 ids = [ids[i] for i in order] if ids else [str(i + 1) for i in order]
-        return Dataset(self._handle.add_matrix(values, list(names), ids, name, batches, phases))
+        return Dataset(self._handle.add_matrix(values, list(names), ids, name, batch_codes,
+                                               batch_names, phase_codes, phase_names))
 
     def load(self, dataset):
         """The dataset with this number or name."""
@@ -224,17 +272,23 @@ class Project:
         return self._handle.rename_phase(dataset._handle, old, new)
 
     def align(self, dataset, maturity, points=100, phase_points=None, relative=False,
-              smooth=False, extend=False, name=None, progress=None):
+              smooth=False, extend=False, name=None, progress=None, extent=None):
         """Aligns the batches onto a common maturity grid into a new dataset (`ncds align`);
-        `phase_points` maps phases to their points for phase-wise alignment."""
-        choice = _ncds.Project.AlignChoice()
-        choice.maturity = maturity
-        choice.points = points
-        choice.phase_points = list((phase_points or {}).items())
-        choice.relative, choice.smooth, choice.extend = relative, smooth, extend
+        `phase_points` maps phases to their points for phase-wise alignment. With `extent`
+        (from `align_extent`, combined over several pieces of the data with `add`), the grids
+        span it instead of this dataset's own range."""
+        choice = _align_choice(maturity, points, phase_points, relative, smooth, extend)
+        choice.extent = extent
         _, made = self._handle.align(dataset._handle, choice,
                                      name or f"{dataset.name} aligned", _progress(progress))
         return Dataset(made)
+
+    def align_extent(self, dataset, maturity, points=100, phase_points=None, relative=False,
+                     smooth=False):
+        """What the grids of `align` with these settings would span on `dataset`: an
+        `AlignExtent` to widen (`add`) by other pieces' and hand to `align`."""
+        choice = _align_choice(maturity, points, phase_points, relative, smooth, False)
+        return self._handle.align_extent(dataset._handle, choice)
 
     def summarize(self, dataset, stats=None, by_phase=False, variables=None, maturity=None,
                   conditions=False, name=None, progress=None):

@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "Handles.h"
+
+#include "ncds/batch/DataSetAlignment.h"
 #include "ncds/dataset/DataSetPredictionData.h"
 #include "ncds/derived/LocalCenteringInfo.h"
 #include "ncds/foundations/NCProgress.h"
@@ -234,6 +236,16 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           },
           py::arg("dataset"), py::arg("choice"), py::arg("name"), py::arg("progress") = py::none())
       .def(
+          "align_extent",
+          [](const ProjectHandle& h, const DataSetHandle& d, const AlignChoice& choice) {
+            NCDataSet& source = Own(h, d);
+            py::gil_scoped_release release;
+            return tool::BatchCommands::MakeAlignment(source, choice).Measure(source);
+          },
+          py::arg("dataset"), py::arg("choice"),
+          "What the grids of `align` would span on this dataset, to be combined with other "
+          "pieces' and given back as `choice.extent`.")
+      .def(
           "summarize",
           [](const ProjectHandle& h, const DataSetHandle& d, const SummaryChoice& choice,
              const std::string& name, const py::object& progress) {
@@ -304,7 +316,25 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
       .def_readwrite("phase_points", &AlignChoice::phasePoints)
       .def_readwrite("relative", &AlignChoice::relative)
       .def_readwrite("smooth", &AlignChoice::smooth)
-      .def_readwrite("extend", &AlignChoice::extend);
+      .def_readwrite("extend", &AlignChoice::extend)
+      .def_readwrite("extent", &AlignChoice::extent);
+  using Extent = DataSetAlignment::Extent;
+  py::class_<Extent>(project, "AlignExtent")
+      .def(py::init<>())
+      .def_readwrite("ranges", &Extent::ranges)
+      .def_readwrite("front", &Extent::front)
+      .def_readwrite("back", &Extent::back)
+      .def(
+          "add", [](Extent& e, const Extent& other) { e.Add(other); }, py::arg("other"),
+          "Widens this extent by another piece's.")
+      .def(py::pickle([](const Extent& e) { return py::make_tuple(e.ranges, e.front, e.back); },
+                      [](const py::tuple& t) {
+                        Extent e;
+                        e.ranges = t[0].cast<decltype(Extent::ranges)>();
+                        e.front = t[1].cast<double>();
+                        e.back = t[2].cast<double>();
+                        return e;
+                      }));
   py::class_<SummaryChoice>(project, "SummaryChoice")
       .def(py::init<>())
       .def_readwrite("statistics", &SummaryChoice::statistics)

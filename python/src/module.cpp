@@ -9,7 +9,10 @@
 
 #include <boost/shared_ptr.hpp>
 #include <cmath>
+#include <cstdint>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "Handles.h"
@@ -189,6 +192,36 @@ std::vector<std::string> RowGroups(const DataSetHandle& data, bool phases) {
   return ObservationIDs(data, series);
 }
 
+// The batch (phase) of every row as codes into a list of names in order of first appearance:
+// (int32 array, names), both empty for a dataset without batches (phases). Rows come in runs,
+// so a row is looked up only when it differs from the one before.
+py::tuple RowGroupCodes(const DataSetHandle& data, bool phases) {
+  const NCObservations& observations = data.project->GetObservations();
+  const int series = phases ? observations.GetPhaseIDRaw() : observations.GetBatchIDRaw();
+  const auto& rows = data.dataSet->GetObservationInfoVector();
+  const bool grouped = series > 0 && data.dataSet->GetBatchInfoVector();
+  py::array_t<std::int32_t> codes(static_cast<py::ssize_t>(grouped ? rows.size() : 0));
+  std::vector<std::string> names;
+  if (grouped) {
+    auto out = codes.mutable_unchecked<1>();
+    std::unordered_map<std::string_view, std::int32_t> known;
+    const std::string none;
+    const std::string* previous = nullptr;
+    std::int32_t code = 0;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      const std::string& label = rows[i] ? rows[i]->GetUserID(series) : none;
+      if (!previous || label != *previous) {
+        const auto [at, added] = known.emplace(label, static_cast<std::int32_t>(names.size()));
+        if (added) names.push_back(label);
+        code = at->second;
+        previous = &label;
+      }
+      out(static_cast<py::ssize_t>(i)) = code;
+    }
+  }
+  return py::make_tuple(std::move(codes), std::move(names));
+}
+
 // The decoded texts of a qualitative or date-time column ("" for a missing value).
 std::vector<std::string> DecodedColumn(const DataSetHandle& data, int column) {
   VariableInfo* info = data.project->GetVariables()[data.dataSet->GetVarID(column)];
@@ -211,26 +244,50 @@ int SeriesFor(NCObservations& observations, bool phase) {
   return known > 0 ? known : observations.AddSecondaryID(phase ? "Phase" : "Batch");
 }
 
+// The name of every row of a group (batch or phase) given as codes into `names`; empty when
+// there are no codes.
+std::vector<const std::string*> CodedLabels(
+    const py::array_t<std::int32_t, py::array::forcecast>& codes,
+    const std::vector<std::string>& names) {
+  std::vector<const std::string*> labels(static_cast<std::size_t>(codes.size()));
+  const auto in = codes.unchecked<1>();
+  for (py::ssize_t i = 0; i < codes.size(); ++i) {
+    const std::int32_t code = in(i);
+    if (code < 0 || static_cast<std::size_t>(code) >= names.size()) {
+      throw NCError(ExceptionMessage::translate("Row {1} has no batch or phase.") % (i + 1));
+    }
+    labels[static_cast<std::size_t>(i)] = &names[static_cast<std::size_t>(code)];
+  }
+  return labels;
+}
+
 // A new dataset of quantitative variables `names` from a (rows, columns) float32 array, its rows
 // named by `ids` (default 1, 2, ...): the array is copied once, column by column, into the
-// dataset's own matrix. With `batches` (and `phases`), one name per row, grouped by batch, it
-// is a batch dataset. Saved into the project.
+// dataset's own matrix. With batches (and phases), given as a code per row into a list of
+// names and grouped by batch, it is a batch dataset. Saved into the project.
 DataSetHandle AddMatrix(const ProjectHandle& handle,
                         const py::array_t<float, py::array::forcecast>& values,
                         const std::vector<std::string>& names, std::vector<std::string> ids,
-                        const std::string& name, std::vector<std::string> batches,
-                        std::vector<std::string> phases) {
+                        const std::string& name,
+                        const py::array_t<std::int32_t, py::array::forcecast>& batchCodes,
+                        const std::vector<std::string>& batchNames,
+                        const py::array_t<std::int32_t, py::array::forcecast>& phaseCodes,
+                        const std::vector<std::string>& phaseNames) {
   NCProject& project = handle.Get();
-  if (values.ndim() != 2)
+  if (values.ndim() != 2 || batchCodes.ndim() != 1 || phaseCodes.ndim() != 1)
     throw NCError(ExceptionMessage::translate("The values must be a matrix."));
   const auto rows = static_cast<std::size_t>(values.shape(0));
   const auto columns = static_cast<std::size_t>(values.shape(1));
+  const auto batches = static_cast<std::size_t>(batchCodes.size());
+  const auto phases = static_cast<std::size_t>(phaseCodes.size());
   if (names.size() != columns || (!ids.empty() && ids.size() != rows) ||
-      (!batches.empty() && batches.size() != rows) || (!phases.empty() && phases.size() != rows) ||
-      (batches.empty() && !phases.empty())) {
+      (batches != 0 && batches != rows) || (phases != 0 && phases != rows) ||
+      (batches == 0 && phases != 0)) {
     throw NCError(ExceptionMessage::translate(
         "The names of the variables and observations must match the matrix's shape."));
   }
+  const std::vector<const std::string*> batchLabels = CodedLabels(batchCodes, batchNames);
+  const std::vector<const std::string*> phaseLabels = CodedLabels(phaseCodes, phaseNames);
   const auto cells = values.unchecked<2>();
   NCDataMatrix<float> matrix(rows, columns);
   for (std::size_t j = 0; j < columns; ++j) {
@@ -248,8 +305,8 @@ DataSetHandle AddMatrix(const ProjectHandle& handle,
     varIDs.push_back(id);
   }
   NCObservations& observations = project.GetObservations();
-  const int batchSeries = batches.empty() ? 0 : SeriesFor(observations, false);
-  const int phaseSeries = phases.empty() ? 0 : SeriesFor(observations, true);
+  const int batchSeries = batches == 0 ? 0 : SeriesFor(observations, false);
+  const int phaseSeries = phases == 0 ? 0 : SeriesFor(observations, true);
   const std::size_t idCount = static_cast<std::size_t>(std::max({1, batchSeries, phaseSeries}));
   VarObsInfoVector<ObservationInfo> infos;
   infos.reserve(rows);
@@ -257,8 +314,8 @@ DataSetHandle AddMatrix(const ProjectHandle& handle,
     const unsigned long id = project.CreateUniqueID();
     std::vector<std::string> labels(idCount);
     labels[0] = ids.empty() ? std::to_string(i + 1) : std::move(ids[i]);
-    if (batchSeries > 0) labels[static_cast<std::size_t>(batchSeries - 1)] = std::move(batches[i]);
-    if (phaseSeries > 0) labels[static_cast<std::size_t>(phaseSeries - 1)] = std::move(phases[i]);
+    if (batchSeries > 0) labels[static_cast<std::size_t>(batchSeries - 1)] = *batchLabels[i];
+    if (phaseSeries > 0) labels[static_cast<std::size_t>(phaseSeries - 1)] = *phaseLabels[i];
     infos.push_back(observations.Add(std::make_unique<ObservationInfo>(std::move(labels), id)));
   }
   const int number = project.GetFreeNumber();
@@ -307,8 +364,10 @@ PYBIND11_MODULE(_ncds, m) {
            "The stored datasets as (number, name, observations, variables, kind).")
       .def("add_matrix", &AddMatrix, py::arg("values"), py::arg("names"),
            py::arg("ids") = std::vector<std::string>(), py::arg("name") = "matrix",
-           py::arg("batches") = std::vector<std::string>(),
-           py::arg("phases") = std::vector<std::string>(),
+           py::arg("batch_codes") = py::array_t<std::int32_t>(0),
+           py::arg("batch_names") = std::vector<std::string>(),
+           py::arg("phase_codes") = py::array_t<std::int32_t>(0),
+           py::arg("phase_names") = std::vector<std::string>(),
            "A new dataset of quantitative variables from a 2-D array (NaN: missing).")
       .def("load", &Load, py::arg("dataset"), "Loads a dataset by number or name.")
       .def("save", &Save, py::arg("dataset"), "Saves a dataset into the project.")
@@ -350,6 +409,12 @@ PYBIND11_MODULE(_ncds, m) {
       .def(
           "phase_names", [](const DataSetHandle& d) { return RowGroups(d, true); },
           "The phase of every row; empty for a dataset without phases.")
+      .def(
+          "batch_codes", [](const DataSetHandle& d) { return RowGroupCodes(d, false); },
+          "The batch of every row as (int32 codes, names in order of first appearance).")
+      .def(
+          "phase_codes", [](const DataSetHandle& d) { return RowGroupCodes(d, true); },
+          "The phase of every row as (int32 codes, names in order of first appearance).")
       .def_property_readonly(
           "aligned_on",
           [](const DataSetHandle& d) -> py::object {

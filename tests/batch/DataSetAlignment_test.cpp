@@ -91,6 +91,39 @@ TEST(DataSetAlignment, AlignsPhaseByPhase) {
   EXPECT_THROW(alignment.Apply(*rows.dataSet, "no P2", 3), NCError);
 }
 
+TEST(DataSetAlignment, PiecesAlignOntoTheGridsOfTheWhole) {
+  Batches whole;
+  BatchRows first({{"B1", "P1", 3}, {"B1", "P2", 2}});
+  BatchRows second({{"B2", "P1", 2}, {"B2", "P2", 2}});
+  const unsigned long t1 = first.AddColumn("T", {0, 1, 2, 3, 4});
+  const unsigned long t2 = second.AddColumn("T", {0, 2, 4, 6});
+  for (const bool phaseWise : {false, true}) {
+    DataSetAlignment all(whole.T(), 4);
+    DataSetAlignment a(t1, 4);
+    DataSetAlignment b(t2, 4);
+    if (phaseWise) {
+      for (DataSetAlignment* alignment : {&all, &a, &b})
+        alignment->SetPhasePoints({{"P1", 2}, {"P2", 3}});
+    }
+    DataSetAlignment::Extent extent = a.Measure(*first.dataSet);
+    extent.Add(b.Measure(*second.dataSet));
+    EXPECT_EQ(extent.ranges.size(), phaseWise ? 2U : 1U);
+    a.SetExtent(extent);
+    b.SetExtent(extent);
+    Floats pieces = Column(*a.Apply(*first.dataSet, "a", 2).dataSet, 2);
+    const Floats rest = Column(*b.Apply(*second.dataSet, "b", 2).dataSet, 2);
+    pieces.insert(pieces.end(), rest.begin(), rest.end());
+    EXPECT_EQ(pieces, Column(*all.Apply(*whole.dataSet, "all", 2).dataSet, 2)) << phaseWise;
+  }
+  // An extent without a phase of the data is refused.
+  DataSetAlignment a(t1, 4);
+  a.SetPhasePoints({{"P1", 2}, {"P2", 3}});
+  DataSetAlignment::Extent partial;
+  partial.ranges = {{"P1", {0.0F, 6.0F}}};
+  a.SetExtent(partial);
+  EXPECT_THROW(a.Apply(*first.dataSet, "partial", 2), NCError);
+}
+
 TEST(DataSetAlignment, RefusalsNameTheBatchAndAddNothing) {
   Batches rows({0, 1, 2, 3, 4, 0, 4, 2, 6});
   const std::size_t before = rows.project->GetObservations().size();

@@ -40,11 +40,15 @@ def test_alignment_and_summaries_on_two_workers_match_one_process(client, runs):
     project, data = runs
     frame = nd.from_dataset(data, batches_per_partition=5)
     assert frame.npartitions == 3
-    aligned = nd.align(frame, "Time", phase_points={"Growth": 5, "Feed": 7}).compute()
-    single = project.align(data, "Time", phase_points={"Growth": 5, "Feed": 7}, relative=True,
-                           name="single")
-    assert list(aligned["observation"]) == single.observation_ids
-    assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32), single.values)
+    # Batches of different lengths and speeds: absolute grids span what all partitions reach.
+    for options in ({"phase_points": {"Growth": 5, "Feed": 7}, "relative": True},
+                    {"phase_points": {"Growth": 5, "Feed": 7}}, {"points": 9, "extend": True}):
+        aligned = nd.align(frame, "Time", **options).compute()
+        single = project.align(data, "Time", name="single", **options)
+        assert list(aligned["observation"]) == single.observation_ids
+        assert list(aligned["phase"]) == single.phases
+        assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32),
+                              single.values)
 
     levels = nd.summarize(frame, stats=["Mean", "Max", "Slope"], by_phase=True,
                           maturity="Time").compute()
@@ -62,12 +66,18 @@ def test_many_project_files_become_one_collection(client, runs, tmp_path):
     for k in range(2):
         path = tmp_path / f"plant{k}.ncds"
         with ncds.open(path, create=True) as project:
-            rows = slice(0, 100) if k == 0 else slice(100, data.shape[0])
+            rows = slice(0, 86) if k == 0 else slice(86, data.shape[0])  # at a batch start
             project.add_matrix(data.values[rows], data.variable_names, name="runs",
                                batches=data.batches[rows], phases=data.phases[rows])
         paths.append(path)
-    frame = nd.from_projects(paths, "runs", batches_per_partition=4)
-    assert frame.npartitions >= 4
+    frame = nd.from_projects(paths, "runs", batches_per_partition=3)
+    assert frame.npartitions == 5
     whole = frame.compute()
     assert list(whole["batch"]) == data.batches
     assert np.array_equal(whole[["Time", "Temp", "pH"]].to_numpy(np.float32), data.values)
+    aligned = nd.align(frame, "Time", points=9).compute()
+    project = ncds.Project()
+    single = project.add_matrix(data.values, data.variable_names, batches=data.batches,
+                                phases=data.phases)
+    assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32),
+                          project.align(single, "Time", points=9).values)

@@ -124,6 +124,8 @@ class FakeDataset:
         self.observation_ids = [f"B{i}:{j}" for i, j in zip(k, p)]
         self.batches = [f"B{i}" for i in k]
         self.phases = ["early" if j < points // 3 + i % 5 else "late" for i, j in zip(k, p)]
+        self.batch_codes = ncds.project._codes(self.batches)
+        self.phase_codes = ncds.project._codes(self.phases)
 
 
 def test_scatter_many_batches_units_and_unknown_names(data):

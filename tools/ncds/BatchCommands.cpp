@@ -221,9 +221,7 @@ std::string BatchCommands::RenamePhase(NCDataSet& dataSet, const std::string& fr
   return detail::Run(dataSet, components);
 }
 
-std::string BatchCommands::Align(NCDataSet& dataSet, const AlignChoice& choice,
-                                 const std::string& name, int number,
-                                 boost::shared_ptr<NCDataSet>& aligned) {
+DataSetAlignment BatchCommands::MakeAlignment(NCDataSet& dataSet, const AlignChoice& choice) {
   const boost::shared_ptr<NCProjectBase> project = dataSet.GetProject();
   if (!project || !dataSet.GetBatchInfoVector()) {
     throw NCError(ExceptionMessage::translate("Dataset \"{1}\" is not a batch dataset.") %
@@ -252,6 +250,14 @@ std::string BatchCommands::Align(NCDataSet& dataSet, const AlignChoice& choice,
   alignment.SetRelative(choice.relative);
   alignment.SetSmoothed(choice.smooth);
   alignment.SetExtended(choice.extend);
+  alignment.SetExtent(choice.extent);
+  return alignment;
+}
+
+std::string BatchCommands::Align(NCDataSet& dataSet, const AlignChoice& choice,
+                                 const std::string& name, int number,
+                                 boost::shared_ptr<NCDataSet>& aligned) {
+  DataSetAlignment alignment = MakeAlignment(dataSet, choice);
   DataSetAlignment::Result result;
   try {
     result = alignment.Apply(dataSet, name, number);

@@ -7,12 +7,14 @@
 // batches and phases and are all or nothing: names that do not exist, or an edit that would leave
 // the dataset without batches, throw `NCError` naming what is wrong before anything changes.
 
+#include <boost/shared_ptr.hpp>
 #include <iosfwd>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include <boost/shared_ptr.hpp>
-#include <utility>
+#include "ncds/batch/DataSetAlignment.h"
 
 class NCDataSet;
 
@@ -52,7 +54,14 @@ struct AlignChoice {
   bool relative = false;
   bool smooth = false;
   bool extend = false;
+  // Grids over this span (measured over all pieces of the data) rather than this dataset's.
+  std::optional<DataSetAlignment::Extent> extent;
 };
+
+// The alignment `choice` asks for on `dataSet`, its maturity resolved ("$Time" made first when
+// the dataset does not have it). Throws `NCError` for a dataset without batches or without
+// the maturity.
+DataSetAlignment MakeAlignment(NCDataSet& dataSet, const AlignChoice& choice);
 
 // Aligns the batches of `dataSet` into a new dataset `name` numbered `number` (not yet saved,
 // returned in `aligned`); returns the line that says what was done. A maturity that turns

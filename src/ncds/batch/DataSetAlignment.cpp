@@ -108,27 +108,64 @@ bool DataSetAlignment::operator==(const DataSetAlignment& other) const {
   return true;
 }
 
-DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::string& name,
-                                                 int number) {
-  namespace d = ncds::detail;
-  using d::kMissing;
-  const boost::shared_ptr<NCProjectBase> project = source.GetProject();
-  if (!project || !source.GetBatchInfoVector()) {
+namespace ncds::detail {
+namespace {
+
+// What aligning a dataset works from: the batches, the pieces of each batch that go onto one
+// grid (the whole batch, or its phases), and the maturity as the grids see it.
+struct Plan {
+  boost::shared_ptr<NCProjectBase> project;
+  std::vector<int> batchStarts;  // the first row (from 1) of every batch, then rows + 1
+  std::vector<float> maturity;   // smoothed and rescaled as asked, kMissing where missing
+  std::vector<std::string> phases{std::string()};  // one grid each
+  std::vector<int> phasePoints;
+  std::vector<Segment> segments;  // segments[b * phases + p], empty where a batch lacks p
+  double front = 0;  // sums of the batches' first and last valid maturity: the direction
+  double back = 0;
+
+  std::size_t Batches() const { return batchStarts.size() - 1; }
+  std::string BatchName(const NCDataSet& source, std::size_t b) const {
+    const ObservationInfo* row =
+        source.GetObservationInfoVector()[static_cast<std::size_t>(batchStarts[b] - 1)];
+    return row ? row->GetBatchName(project->GetObservations()) : std::string();
+  }
+  // The lowest and highest maturity the segments of phase p reach (lo > hi: none).
+  std::pair<float, float> Range(std::size_t p) const {
+    float lo = std::numeric_limits<float>::max();
+    float hi = std::numeric_limits<float>::lowest();
+    for (std::size_t b = 0; b < Batches(); ++b) {
+      const Segment& segment = segments[b * phases.size() + p];
+      for (std::size_t i = segment.begin; i < segment.end; ++i) {
+        if (maturity[i] == kMissing) continue;
+        lo = std::min(lo, maturity[i]);
+        hi = std::max(hi, maturity[i]);
+      }
+    }
+    return {lo, hi};
+  }
+};
+
+Plan MakePlan(NCDataSet& source, unsigned long maturityID, int wholePoints,
+              const std::vector<std::pair<std::string, int>>& wantedPoints, bool relative,
+              bool smooth) {
+  Plan plan;
+  plan.project = source.GetProject();
+  if (!plan.project || !source.GetBatchInfoVector()) {
     throw NCError(ExceptionMessage::translate("Dataset \"{1}\" is not a batch dataset.") %
                   source.GetName());
   }
-  NCObservations& observations = project->GetObservations();
-  const int maturityColumn = source.GetVarIDs().Find(mMaturityID);
+  NCObservations& observations = plan.project->GetObservations();
+  const int maturityColumn = source.GetVarIDs().Find(maturityID);
   if (maturityColumn < 0) {
     throw NCError(
         ExceptionMessage::translate("The maturity is not a variable of dataset \"{1}\".") %
         source.GetName());
   }
-  const bool phaseWise = !mPhasePoints.empty();
-  if (!phaseWise && mPoints < 1) {
+  const bool phaseWise = !wantedPoints.empty();
+  if (!phaseWise && wholePoints < 1) {
     throw NCError(ExceptionMessage::translate("The grid needs at least one point."));
   }
-  for (const auto& [phase, points] : mPhasePoints) {
+  for (const auto& [phase, points] : wantedPoints) {
     if (points < 1) {
       throw NCError(ExceptionMessage::translate("Phase {1} needs at least one point.") % phase);
     }
@@ -137,100 +174,93 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
   // The batches (and phase runs) of the rows.
   const auto& rows = source.GetObservationInfoVector();
   const std::size_t rowCount = rows.size();
-  std::vector<int> batchStarts = BatchUtilities::GetRunStarts(observations, rows, false);
-  batchStarts.push_back(static_cast<int>(rowCount) + 1);
-  const std::size_t batchCount = batchStarts.size() - 1;
-  const auto batchName = [&](std::size_t b) -> std::string {
-    const ObservationInfo* row = rows[static_cast<std::size_t>(batchStarts[b] - 1)];
-    return row ? row->GetBatchName(observations) : std::string();
+  plan.batchStarts = BatchUtilities::GetRunStarts(observations, rows, false);
+  plan.batchStarts.push_back(static_cast<int>(rowCount) + 1);
+  const std::size_t batchCount = plan.Batches();
+  const auto batchRows = [&plan](std::size_t b) {
+    return Segment{static_cast<std::size_t>(plan.batchStarts[b] - 1),
+                   static_cast<std::size_t>(plan.batchStarts[b + 1] - 1)};
   };
 
   // The maturity, non-finite values missing, smoothed batch by batch when asked.
-  std::vector<float> maturity(rowCount);
+  std::vector<float>& maturity = plan.maturity;
+  maturity.resize(rowCount);
   const float* column = source.GetMatrix().ColumnData(static_cast<std::size_t>(maturityColumn));
   for (std::size_t i = 0; i < rowCount; ++i) {
     maturity[i] = std::isfinite(column[i]) ? column[i] : kMissing;
   }
-  std::vector<int> batchCounts(batchCount);
-  for (std::size_t b = 0; b < batchCount; ++b) batchCounts[b] = batchStarts[b + 1] - batchStarts[b];
-  if (mSmooth) {
-    for (std::size_t b = 0; b < batchCount; ++b) {
-      const d::Segment batch{static_cast<std::size_t>(batchStarts[b] - 1),
-                             static_cast<std::size_t>(batchStarts[b + 1] - 1)};
-      float first = 0;
-      float last = 0;
-      if (!d::Ends(maturity, batch, first, last)) continue;
+  for (std::size_t b = 0; b < batchCount; ++b) {
+    const Segment batch = batchRows(b);
+    float first = 0;
+    float last = 0;
+    if (!Ends(maturity, batch, first, last)) continue;
+    if (smooth) {
       NCDataVector<float> values(batch.end - batch.begin);
       std::copy(maturity.begin() + batch.begin, maturity.begin() + batch.end, values.begin());
       const NCDataVector<float> smoothed =
           Smooth::SmoothVector(&values, nullptr, first, last, nullptr, false);
       std::copy(smoothed.begin(), smoothed.end(), maturity.begin() + batch.begin);
+      Ends(maturity, batch, first, last);
     }
+    plan.front += first;
+    plan.back += last;
   }
-  NCDataVector<float> maturityVector(rowCount);
-  std::copy(maturity.begin(), maturity.end(), maturityVector.begin());
-  const bool ascending =
-      mRelative || BatchUtilities::IsAscendingMaturity(maturityVector, batchCounts);
 
   // The segments of every batch: the whole batch, or its phases in the order of the list.
-  std::vector<std::string> phases{std::string()};
-  std::vector<int> phasePoints{mPoints};
+  plan.phasePoints = {wholePoints};
   if (phaseWise) {
-    phases.clear();
-    phasePoints.clear();
+    plan.phases.clear();
+    plan.phasePoints.clear();
     if (source.GetPhaseInfoVector()) {
       const auto names = BatchUtilities::GetPhaseNames(*source.GetPhaseInfoVector(), false);
       for (const std::string& phase : names->GetVector()) {
         const auto wanted =
-            std::find_if(mPhasePoints.begin(), mPhasePoints.end(),
+            std::find_if(wantedPoints.begin(), wantedPoints.end(),
                          [&phase](const auto& entry) { return entry.first == phase; });
-        if (wanted == mPhasePoints.end()) {
+        if (wanted == wantedPoints.end()) {
           throw NCError(ExceptionMessage::translate("Phase {1} has no number of points.") % phase);
         }
-        phases.push_back(phase);
-        phasePoints.push_back(wanted->second);
+        plan.phases.push_back(phase);
+        plan.phasePoints.push_back(wanted->second);
       }
     }
-    if (phases.empty()) {
+    if (plan.phases.empty()) {
       throw NCError(ExceptionMessage::translate("Dataset \"{1}\" has no phases.") %
                     source.GetName());
     }
   }
-  const std::size_t phaseCount = phases.size();
-  // segments[b * phaseCount + p]; an empty segment for a phase a batch does not have.
-  std::vector<d::Segment> segments(batchCount * phaseCount, d::Segment{0, 0});
+  const std::size_t phaseCount = plan.phases.size();
+  std::vector<Segment>& segments = plan.segments;
+  segments.assign(batchCount * phaseCount, Segment{0, 0});
   if (phaseWise) {
     std::vector<int> runs = BatchUtilities::GetRunStarts(observations, rows, true);
     runs.push_back(static_cast<int>(rowCount) + 1);
     std::size_t b = 0;
     for (std::size_t r = 0; r + 1 < runs.size(); ++r) {
-      while (b + 1 < batchCount && runs[r] >= batchStarts[b + 1]) ++b;
+      while (b + 1 < batchCount && runs[r] >= plan.batchStarts[b + 1]) ++b;
       const ObservationInfo* row = rows[static_cast<std::size_t>(runs[r] - 1)];
       const std::string phase = row ? row->GetPhaseName(observations) : std::string();
-      const std::size_t p =
-          static_cast<std::size_t>(std::find(phases.begin(), phases.end(), phase) - phases.begin());
+      const std::size_t p = static_cast<std::size_t>(
+          std::find(plan.phases.begin(), plan.phases.end(), phase) - plan.phases.begin());
       if (p == phaseCount) continue;
-      d::Segment& segment = segments[b * phaseCount + p];
+      Segment& segment = segments[b * phaseCount + p];
       if (segment.end > segment.begin) {
         throw NCError(ExceptionMessage::translate("Phase {1} of batch {2} is not in one piece.") %
-                      phase % batchName(b));
+                      phase % plan.BatchName(source, b));
       }
-      segment = d::Segment{static_cast<std::size_t>(runs[r] - 1),
-                           static_cast<std::size_t>(runs[r + 1] - 1)};
+      segment =
+          Segment{static_cast<std::size_t>(runs[r] - 1), static_cast<std::size_t>(runs[r + 1] - 1)};
     }
   } else {
-    for (std::size_t b = 0; b < batchCount; ++b) {
-      segments[b] = d::Segment{static_cast<std::size_t>(batchStarts[b] - 1),
-                               static_cast<std::size_t>(batchStarts[b + 1] - 1)};
-    }
+    for (std::size_t b = 0; b < batchCount; ++b) segments[b] = batchRows(b);
   }
 
   // With relative maturity each segment is rescaled to 0-100 % of its own range.
-  if (mRelative) {
-    for (const d::Segment& segment : segments) {
+  if (relative) {
+    for (const Segment& segment : segments) {
       float first = 0;
       float last = 0;
-      const bool usable = d::Ends(maturity, segment, first, last) && first != last;
+      const bool usable = Ends(maturity, segment, first, last) && first != last;
       for (std::size_t i = segment.begin; i < segment.end; ++i) {
         if (!usable) {
           maturity[i] = kMissing;
@@ -240,22 +270,76 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
       }
     }
   }
+  return plan;
+}
+
+}  // namespace
+}  // namespace ncds::detail
+
+void DataSetAlignment::Extent::Add(const Extent& other) {
+  for (const auto& [phase, range] : other.ranges) {
+    const auto known = std::find_if(ranges.begin(), ranges.end(),
+                                    [&phase = phase](const auto& e) { return e.first == phase; });
+    if (known == ranges.end()) {
+      ranges.emplace_back(phase, range);
+    } else {
+      known->second.first = std::min(known->second.first, range.first);
+      known->second.second = std::max(known->second.second, range.second);
+    }
+  }
+  front += other.front;
+  back += other.back;
+}
+
+DataSetAlignment::Extent DataSetAlignment::Measure(NCDataSet& source) const {
+  const ncds::detail::Plan plan =
+      ncds::detail::MakePlan(source, mMaturityID, mPoints, mPhasePoints, mRelative, mSmooth);
+  Extent extent;
+  for (std::size_t p = 0; p < plan.phases.size(); ++p) {
+    extent.ranges.emplace_back(plan.phases[p], plan.Range(p));
+  }
+  extent.front = plan.front;
+  extent.back = plan.back;
+  return extent;
+}
+
+DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::string& name,
+                                                 int number) {
+  namespace d = ncds::detail;
+  using d::kMissing;
+  const d::Plan plan = d::MakePlan(source, mMaturityID, mPoints, mPhasePoints, mRelative, mSmooth);
+  const boost::shared_ptr<NCProjectBase>& project = plan.project;
+  NCObservations& observations = project->GetObservations();
+  const auto& rows = source.GetObservationInfoVector();
+  const std::size_t rowCount = rows.size();
+  const std::size_t batchCount = plan.Batches();
+  const std::vector<float>& maturity = plan.maturity;
+  const std::vector<std::string>& phases = plan.phases;
+  const std::vector<int>& phasePoints = plan.phasePoints;
+  const std::vector<d::Segment>& segments = plan.segments;
+  const std::size_t phaseCount = phases.size();
+  const bool phaseWise = !mPhasePoints.empty();
+  const bool ascending =
+      mRelative || (mExtent ? mExtent->back >= mExtent->front : plan.back >= plan.front);
 
   // One grid per phase over the range its segments reach.
   Result result;
   std::vector<std::size_t> offsets(phaseCount);
   mAligners.clear();
   for (std::size_t p = 0; p < phaseCount; ++p) {
-    float lo = std::numeric_limits<float>::max();
-    float hi = std::numeric_limits<float>::lowest();
-    for (std::size_t b = 0; b < batchCount; ++b) {
-      const d::Segment& segment = segments[b * phaseCount + p];
-      for (std::size_t i = segment.begin; i < segment.end; ++i) {
-        if (maturity[i] == kMissing) continue;
-        lo = std::min(lo, maturity[i]);
-        hi = std::max(hi, maturity[i]);
+    std::pair<float, float> range;
+    if (mExtent) {
+      const auto fixed =
+          std::find_if(mExtent->ranges.begin(), mExtent->ranges.end(),
+                       [&phase = phases[p]](const auto& entry) { return entry.first == phase; });
+      if (fixed == mExtent->ranges.end()) {
+        throw NCError(ExceptionMessage::translate("The grids do not cover phase {1}.") % phases[p]);
       }
+      range = fixed->second;
+    } else {
+      range = plan.Range(p);
     }
+    const auto [lo, hi] = range;
     if (lo > hi) {
       throw NCError(ExceptionMessage::translate("The maturity has no values to align on."));
     }
@@ -302,7 +386,7 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
       } catch (const NCError&) {
         mAligners.clear();
         throw NCError(ExceptionMessage::translate("The maturity of batch {1} is not monotone.") %
-                      batchName(b));
+                      plan.BatchName(source, b));
       }
       float first = 0;
       float last = 0;
@@ -337,9 +421,9 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
   try {
     std::vector<std::string> ids(idCount);
     for (std::size_t b = 0; b < batchCount; ++b) {
-      const std::string batch = batchName(b);
+      const std::string batch = plan.BatchName(source, b);
       // Rows past a batch's end keep the last phase seen, the first row's at the start.
-      const ObservationInfo* head = rows[static_cast<std::size_t>(batchStarts[b] - 1)];
+      const ObservationInfo* head = rows[static_cast<std::size_t>(plan.batchStarts[b] - 1)];
       std::string lastPhase = head && phaseSeries > 0 ? head->GetPhaseName(observations) : "";
       for (std::size_t j = 0; j < points; ++j) {
         std::fill(ids.begin(), ids.end(), std::string());

@@ -23,6 +23,11 @@
 // its source dataset and keeps this alignment, aligners included, so that a new batch can
 // later be aligned the same way.
 //
+// Batches held in pieces (several datasets, or the partitions of a cluster) align onto common
+// grids in two steps: `Measure` each piece, `Extent::Add` the extents, then `SetExtent` and
+// `Apply` piece by piece. The result is the one a single dataset of all the batches gives.
+// The extent is an input of `Apply`, not stored: the aligners keep the grids it made.
+//
 // Persistent: magic "ALIGNMENT", version 1; tag 0 the maturity variable ID, 1 relative, 2
 // smooth, 3 extend, 4 the points, 5 the phases with their points and aligners (a four-byte
 // count, then per phase its name, its points and the "Aligner" stream).
@@ -30,6 +35,7 @@
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,6 +56,17 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
     int points = 0;          // rows per batch
     int shortBatches = 0;    // batches whose maturity ends before the grid: extended or cut short
     int missingBatches = 0;  // batches (or phases of batches) with fewer than two maturities
+  };
+
+  // The span of the grids: per phase in phase order ("" for whole batches) the lowest and the
+  // highest maturity its segments reach (lowest above highest: none), and the sums of the
+  // batches' first and last valid maturities, which decide the direction of the grids.
+  struct Extent {
+    std::vector<std::pair<std::string, std::pair<float, float>>> ranges;
+    double front = 0;
+    double back = 0;
+    // Widens this extent by `other` (phases it lacks are appended).
+    void Add(const Extent& other);
   };
 
   // Aligns on the variable `maturityID` onto `points` points.
@@ -74,12 +91,18 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
   // batches).
   const std::vector<std::pair<std::string, BatchAligner>>& GetAligners() const { return mAligners; }
 
+  // What the grids of `Apply` on `source` would span, without aligning; throws as `Apply`.
+  Extent Measure(NCDataSet& source) const;
+  // Grids over `extent` (from `Measure`) instead of the range the batches reach; none: measure.
+  const std::optional<Extent>& GetExtent() const { return mExtent; }
+  void SetExtent(std::optional<Extent> extent) { mExtent = std::move(extent); }
+
   // Aligns `source` into a new batch dataset `name` numbered `number` in the source's project
   // (which the caller saves). Throws `NCError` for a dataset that is not a batch dataset, a
   // maturity that is not one of its variables or has no two values in any batch, a count of
-  // points below 1, a phase without its count or in several pieces within a batch, and a
-  // maturity that turns back in a batch (naming the first such batch); nothing is added to
-  // the project then.
+  // points below 1, a phase without its count or in several pieces within a batch, a
+  // maturity that turns back in a batch (naming the first such batch), and a phase the extent
+  // set does not cover; nothing is added to the project then.
   Result Apply(NCDataSet& source, const std::string& name, int number);
 
   bool operator==(const DataSetAlignment& other) const;
@@ -105,6 +128,7 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
   bool mSmooth = false;
   bool mExtend = false;
   std::vector<std::pair<std::string, BatchAligner>> mAligners;
+  std::optional<Extent> mExtent;
   static const VStreamableData msVStreamData;
 };
 
