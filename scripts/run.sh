@@ -7,7 +7,9 @@
 # fermentation-centers.csv), exports both datasets to CSV again, the aligned one also
 # locally centered, summarizes the aligned batches phase by phase into a batch-level dataset
 # (one row per batch), merges the batches' final titres into it, combines the two into one
-# compound dataset, and exports the batch-level dataset.
+# compound dataset, and exports the batch-level dataset. Then the same project from Python
+# (examples/python_walkthrough.py): raw and aligned trajectories of pH in a PNG, the
+# batch-level summary as a DataFrame, and the alignment again through Dask.
 #   scripts/run.sh [PROJECT]    default: build/release/fermentation.ncds
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -22,9 +24,10 @@ export_file="${project%.ncds}-export.csv"
 aligned_file="${project%.ncds}-aligned.csv"
 centered_file="${project%.ncds}-centered.csv"
 summary_file="${project%.ncds}-batch-level.csv"
+picture="${project%.ncds}-pH.png"
 
 # A new project each run; the import creates it.
-rm -f "$project" "$export_file" "$aligned_file" "$centered_file" "$summary_file"
+rm -f "$project" "$export_file" "$aligned_file" "$centered_file" "$summary_file" "$picture"
 run() {
   echo "== ncds $*"
   "$ncds" "$@"
@@ -55,9 +58,13 @@ run combine "$project" batch-level titres --name summaries
 run list "$project"
 run show "$project" batch-level --rows 3
 run export "$project" batch-level -o "$summary_file"
+echo "== python examples/python_walkthrough.py"
+PYTHONPATH=build/release/python /usr/bin/python3 examples/python_walkthrough.py "$project" \
+  "$picture"
 echo
 echo "Project file: $project"
 echo "Export:       $export_file"
 echo "Aligned:      $aligned_file"
 echo "Centered:     $centered_file"
 echo "Batch level:  $summary_file"
+echo "pH plot:      $picture"

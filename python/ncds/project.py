@@ -223,9 +223,10 @@ class Project:
         phase_codes, phase_names = _codes(phases)
         if len(batch_codes):
             # Group the rows by batch (stable, batches in order of first appearance) unless
-            # they already come one batch after the other.
+            # they already come one batch after the other; a row without a batch is refused
+            # below, by its own number.
             runs = np.count_nonzero(batch_codes[1:] != batch_codes[:-1]) + 1
-            if runs != len(np.unique(batch_codes)):
+            if runs != len(np.unique(batch_codes)) and batch_codes.min() >= 0:
                 first = np.full(len(batch_names), len(batch_codes), dtype=np.int64)
                 np.minimum.at(first, batch_codes, np.arange(len(batch_codes)))
                 order = np.argsort(first[batch_codes], kind="stable")

@@ -93,3 +93,12 @@ def test_add_matrix_takes_nan_as_missing_and_checks_the_shape():
     assert runs.kind == "batch" and runs.batches == ["B2", "B2", "B1"]
     assert runs.phases == ["P", "Q", "P"] and runs.observation_ids == ["1", "3", "2"]
     assert runs.values[1, 0] == -99 and runs.values[2, 0] == 3
+    codes, names = runs.batch_codes
+    assert names == ["B2", "B1"] and codes.tolist() == [0, 0, 1]
+    # Categoricals give their codes; a row without a batch is refused.
+    import pandas as pd
+    same = project.add_matrix(values, ["a", "b"], batches=pd.Categorical(["B2", "B1", "B2"]),
+                              phases=pd.Series(["P", "P", "Q"], dtype="category"))
+    assert same.batches == runs.batches and same.phases == runs.phases
+    with pytest.raises(ncds.Error, match="Row 2 has no batch"):
+        project.add_matrix(values, ["a", "b"], batches=pd.Categorical(["B2", None, "B2"]))
