@@ -14,6 +14,7 @@ Each figure is the median of R runs.
 """
 
 import argparse
+import itertools
 import statistics
 import time
 
@@ -99,7 +100,7 @@ def dask_alignment(batch_count, repeat, single_only=False):
 
     def timed(frame, relative, client=None):
         times = []
-        for k in range(repeat + 1):  # the first call pays for imports and fresh memory
+        for _ in range(repeat + 1):  # the first call pays for imports and fresh memory
             start = time.perf_counter()
             # The aligned partitions stay where they were made, as a pipeline's next step wants.
             aligned = nd.align(frame, "V0", phase_points=points, relative=relative).persist()
@@ -156,14 +157,9 @@ def dask_alignment(batch_count, repeat, single_only=False):
                 # What Dask and this machine allow: partitions that only burn the same CPU
                 # time each, on the same cluster.
                 busy = one[mode] / frame.npartitions
-                times = []
-                for k in range(repeat):
-                    start = time.perf_counter()
-                    burnt = frame.map_partitions(_burn, busy, k, meta=frame._meta).persist()
-                    distributed.wait(burnt)
-                    times.append(time.perf_counter() - start)
-                    del burnt
-                floor = statistics.median(times)
+                calls = itertools.count()  # new keys for every call
+                floor = median_seconds(lambda: distributed.wait(frame.map_partitions(
+                    _burn, busy, next(calls), meta=frame._meta).persist()), repeat)
                 print(f"dask align {batch_count} batches, {mode}, {label}: one process "
                       f"{one[mode]:.2f} s, two workers {two:.2f} s, speed-up "
                       f"{one[mode] / two:.2f}x; CPU-only partitions of the same cost "

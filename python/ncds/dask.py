@@ -16,16 +16,14 @@ measures and aligns the partitions onto the common grids: the result is the sing
 import numpy as np
 import pandas as pd
 
-from .project import Project, open as open_project
+from .project import Project, _filled, open as open_project
 
 _KEYS = ["batch", "phase", "observation"]
 
 
 def _groups(codes_names, rows, count):
     """A categorical column from (codes, names) of a dataset, one empty category when absent."""
-    codes, names = codes_names
-    if len(codes) == 0:
-        codes, names = np.zeros(count, dtype=np.int32), [""]
+    codes, names = _filled(codes_names, count)
     return pd.Categorical.from_codes(codes[rows], categories=names)
 
 

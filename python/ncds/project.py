@@ -26,6 +26,18 @@ def _codes(labels):
     return rank[codes].astype(np.int32), names[order].tolist()
 
 
+def _labels(codes_names):
+    """The name of every row from (codes, names)."""
+    codes, names = codes_names
+    return np.asarray(names, dtype=object)[codes].tolist() if len(codes) else []
+
+
+def _filled(codes_names, rows):
+    """(codes, names), or one empty name for all `rows` rows when there are none."""
+    codes, names = codes_names
+    return (codes, names) if len(codes) else (np.zeros(rows, dtype=np.int32), [""])
+
+
 def _align_choice(maturity, points, phase_points, relative, smooth, extend):
     choice = _ncds.Project.AlignChoice()
     choice.maturity = maturity
@@ -84,12 +96,12 @@ class Dataset:
     @property
     def batches(self):
         """The batch of every row (empty for a dataset without batches)."""
-        return self._handle.batch_names()
+        return _labels(self.batch_codes)
 
     @property
     def phases(self):
         """The phase of every row (empty for a dataset without phases)."""
-        return self._handle.phase_names()
+        return _labels(self.phase_codes)
 
     @property
     def batch_codes(self):
@@ -118,9 +130,7 @@ class Dataset:
         ids = self.observation_ids
         if self._handle.is_batch:
             batch_codes, batch_names = self.batch_codes
-            phase_codes, phase_names = self.phase_codes
-            if not phase_names:
-                phase_codes, phase_names = np.zeros(len(ids), dtype=np.int32), [""]
+            phase_codes, phase_names = _filled(self.phase_codes, len(ids))
             id_codes, id_names = pd.factorize(np.asarray(ids, dtype=object))
             index = pd.MultiIndex(levels=[batch_names, phase_names, id_names],
                                   codes=[batch_codes, phase_codes, id_codes],
@@ -157,25 +167,26 @@ class Dataset:
         position come along as coordinates when all batches share them."""
         import xarray as xr
 
-        batches = self.batches
-        if not batches:
+        codes, order = self.batch_codes  # rows grouped by batch: names in row order
+        if not len(codes):
             raise ValueError(f"dataset {self.name!r} has no batches")
-        names, counts = np.unique(np.asarray(batches, dtype=object), return_counts=True)
+        counts = np.bincount(codes, minlength=len(order))
         if len(set(counts)) != 1:
             raise ValueError(f"the batches of dataset {self.name!r} differ in length; align "
                              f"them first")
         points = int(counts[0])
-        order = list(dict.fromkeys(batches))  # batches in row order
-        keep = [j for j, v in enumerate(self.variables) if v["kind"] != "qualitative"]
+        variables = self.variables
+        keep = [j for j, v in enumerate(variables) if v["kind"] != "qualitative"]
         values = self.get_values(as_nan=True)[:, keep]
         # Rows are grouped by batch: reshape without copying the batches' order around.
         cube = values.reshape(len(order), points, len(keep))
-        variables = [self.variable_names[j] for j in keep]
+        variables = [variables[j]["name"] for j in keep]
         coords = {"batch": order, "maturity": np.arange(1, points + 1), "variable": variables}
-        phases = self.phases
-        if phases and all(phases[b * points:(b + 1) * points] == phases[:points]
-                          for b in range(len(order))):
-            coords["phase"] = ("maturity", phases[:points])
+        phase_codes, phase_names = self.phase_codes
+        if len(phase_codes):
+            grid = phase_codes.reshape(len(order), points)
+            if np.all(grid == grid[0]):
+                coords["phase"] = ("maturity", [phase_names[c] for c in grid[0]])
         maturity = self.aligned_on
         if maturity in variables:
             grid = cube[:, :, variables.index(maturity)]

@@ -185,13 +185,6 @@ std::vector<std::string> ObservationIDs(const DataSetHandle& data, int series) {
   return ids;
 }
 
-std::vector<std::string> RowGroups(const DataSetHandle& data, bool phases) {
-  const NCObservations& observations = data.project->GetObservations();
-  const int series = phases ? observations.GetPhaseIDRaw() : observations.GetBatchIDRaw();
-  if (series <= 0 || !data.dataSet->GetBatchInfoVector()) return {};
-  return ObservationIDs(data, series);
-}
-
 // The batch (phase) of every row as codes into a list of names in order of first appearance:
 // (int32 array, names), both empty for a dataset without batches (phases). Rows come in runs,
 // so a row is looked up only when it differs from the one before.
@@ -403,12 +396,6 @@ PYBIND11_MODULE(_ncds, m) {
       .def("variables", &Variables, "One dict per column: id, name, kind, block, unit, levels.")
       .def("observation_ids", &ObservationIDs, py::arg("series") = 1,
            "The rows' IDs in an ID series (1: the primary IDs).")
-      .def(
-          "batch_names", [](const DataSetHandle& d) { return RowGroups(d, false); },
-          "The batch of every row; empty for a dataset without batches.")
-      .def(
-          "phase_names", [](const DataSetHandle& d) { return RowGroups(d, true); },
-          "The phase of every row; empty for a dataset without phases.")
       .def(
           "batch_codes", [](const DataSetHandle& d) { return RowGroupCodes(d, false); },
           "The batch of every row as (int32 codes, names in order of first appearance).")

@@ -399,20 +399,26 @@ NCStringVector GetDefaultVarClasses(const ClassInfoVector* phases, const Variabl
   return names;
 }
 
-bool IsAscendingMaturity(const NCDataVector<float>& maturity, const std::vector<int>& batchCounts) {
+std::pair<double, double> SumMaturityEnds(const float* maturity, std::size_t size,
+                                          const std::vector<int>& batchCounts) {
   double front = 0;
   double back = 0;
   std::size_t begin = 0;
   for (const int count : batchCounts) {
-    std::size_t first = begin;
-    std::size_t last = begin + static_cast<std::size_t>(count > 0 ? count : 0);
-    begin = last;
-    while (first < last && maturity(first, kMissing) == kMissing) ++first;
-    while (last > first && maturity(last - 1, kMissing) == kMissing) --last;
+    std::size_t first = std::min(begin, size);
+    std::size_t last = std::min(begin + static_cast<std::size_t>(count > 0 ? count : 0), size);
+    begin += static_cast<std::size_t>(count > 0 ? count : 0);
+    while (first < last && maturity[first] == kMissing) ++first;
+    while (last > first && maturity[last - 1] == kMissing) --last;
     if (last - first < 2) continue;  // no distinct first and last valid value
     front += maturity[first];
     back += maturity[last - 1];
   }
+  return {front, back};
+}
+
+bool IsAscendingMaturity(const NCDataVector<float>& maturity, const std::vector<int>& batchCounts) {
+  const auto [front, back] = SumMaturityEnds(maturity.begin(), maturity.size(), batchCounts);
   return back >= front;
 }
 

@@ -15,7 +15,9 @@
 // their unique IDs (looked up in the container); they answer the same. Positions are 1-based.
 
 #include <boost/shared_ptr.hpp>
+#include <cstddef>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "ncds/batch/BatchInfoVector.h"
@@ -64,10 +66,13 @@ NCDS_EXPORT std::unique_ptr<NCStringVector> GetPhaseNames(const ClassInfoVector&
 NCDS_EXPORT NCStringVector GetDefaultVarClasses(const ClassInfoVector* phases,
                                                 const VariableInfo& variable);
 
-// Whether the maturity rises over the batches: per batch (`batchCounts` observations each,
-// in order) the first and the last valid value, missing values skipped at both ends, are
-// summed; ascending when the sum of the last values is not below that of the first ones.
-// True with no batches.
+// The sums, over the batches (`batchCounts` of the `size` values each, in order), of each
+// batch's first and last valid maturity, missing values skipped at both ends; a batch without
+// two valid values counts for nothing. Sums of pieces of the batches add up to the whole's.
+NCDS_EXPORT std::pair<double, double> SumMaturityEnds(const float* maturity, std::size_t size,
+                                                      const std::vector<int>& batchCounts);
+// Whether the maturity rises over the batches: the sum of the batches' last valid values
+// (`SumMaturityEnds`) is not below that of their first ones. True with no batches.
 NCDS_EXPORT bool IsAscendingMaturity(const NCDataVector<float>& maturity,
                                      const std::vector<int>& batchCounts);
 

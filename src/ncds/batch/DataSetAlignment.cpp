@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <ostream>
+#include <tuple>
 
 #include "ncds/batch/BatchUtilities.h"
 #include "ncds/dataset/NCDataSet.h"
@@ -51,6 +52,13 @@ bool Ends(const std::vector<float>& maturity, const Segment& segment, float& fir
   first = maturity[lo];
   last = maturity[hi - 1];
   return true;
+}
+
+// The entry of `entries` (pairs keyed by phase name) for `phase`, or end.
+template <typename Entries>
+auto FindPhase(Entries& entries, const std::string& phase) {
+  return std::find_if(entries.begin(), entries.end(),
+                      [&phase](const auto& entry) { return entry.first == phase; });
 }
 
 // `points` evenly spaced values from `from` to `to`.
@@ -189,22 +197,21 @@ Plan MakePlan(NCDataSet& source, unsigned long maturityID, int wholePoints,
   for (std::size_t i = 0; i < rowCount; ++i) {
     maturity[i] = std::isfinite(column[i]) ? column[i] : kMissing;
   }
+  std::vector<int> batchCounts(batchCount);
   for (std::size_t b = 0; b < batchCount; ++b) {
     const Segment batch = batchRows(b);
+    batchCounts[b] = static_cast<int>(batch.end - batch.begin);
     float first = 0;
     float last = 0;
-    if (!Ends(maturity, batch, first, last)) continue;
-    if (smooth) {
-      NCDataVector<float> values(batch.end - batch.begin);
-      std::copy(maturity.begin() + batch.begin, maturity.begin() + batch.end, values.begin());
-      const NCDataVector<float> smoothed =
-          Smooth::SmoothVector(&values, nullptr, first, last, nullptr, false);
-      std::copy(smoothed.begin(), smoothed.end(), maturity.begin() + batch.begin);
-      Ends(maturity, batch, first, last);
-    }
-    plan.front += first;
-    plan.back += last;
+    if (!smooth || !Ends(maturity, batch, first, last)) continue;
+    NCDataVector<float> values(batch.end - batch.begin);
+    std::copy(maturity.begin() + batch.begin, maturity.begin() + batch.end, values.begin());
+    const NCDataVector<float> smoothed =
+        Smooth::SmoothVector(&values, nullptr, first, last, nullptr, false);
+    std::copy(smoothed.begin(), smoothed.end(), maturity.begin() + batch.begin);
   }
+  std::tie(plan.front, plan.back) =
+      BatchUtilities::SumMaturityEnds(maturity.data(), maturity.size(), batchCounts);
 
   // The segments of every batch: the whole batch, or its phases in the order of the list.
   plan.phasePoints = {wholePoints};
@@ -214,9 +221,7 @@ Plan MakePlan(NCDataSet& source, unsigned long maturityID, int wholePoints,
     if (source.GetPhaseInfoVector()) {
       const auto names = BatchUtilities::GetPhaseNames(*source.GetPhaseInfoVector(), false);
       for (const std::string& phase : names->GetVector()) {
-        const auto wanted =
-            std::find_if(wantedPoints.begin(), wantedPoints.end(),
-                         [&phase](const auto& entry) { return entry.first == phase; });
+        const auto wanted = FindPhase(wantedPoints, phase);
         if (wanted == wantedPoints.end()) {
           throw NCError(ExceptionMessage::translate("Phase {1} has no number of points.") % phase);
         }
@@ -278,8 +283,7 @@ Plan MakePlan(NCDataSet& source, unsigned long maturityID, int wholePoints,
 
 void DataSetAlignment::Extent::Add(const Extent& other) {
   for (const auto& [phase, range] : other.ranges) {
-    const auto known = std::find_if(ranges.begin(), ranges.end(),
-                                    [&phase = phase](const auto& e) { return e.first == phase; });
+    const auto known = ncds::detail::FindPhase(ranges, phase);
     if (known == ranges.end()) {
       ranges.emplace_back(phase, range);
     } else {
@@ -329,9 +333,7 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
   for (std::size_t p = 0; p < phaseCount; ++p) {
     std::pair<float, float> range;
     if (mExtent) {
-      const auto fixed =
-          std::find_if(mExtent->ranges.begin(), mExtent->ranges.end(),
-                       [&phase = phases[p]](const auto& entry) { return entry.first == phase; });
+      const auto fixed = d::FindPhase(mExtent->ranges, phases[p]);
       if (fixed == mExtent->ranges.end()) {
         throw NCError(ExceptionMessage::translate("The grids do not cover phase {1}.") % phases[p]);
       }
@@ -491,9 +493,7 @@ bool DataSetAlignment::VStreamableStartWrite(std::ostream& os) const {
     const auto count = static_cast<std::uint32_t>(mAligners.size());
     ok = WriteFourBytes(&count, 1, phases);
     for (const auto& [phase, aligner] : mAligners) {
-      const auto wanted =
-          std::find_if(mPhasePoints.begin(), mPhasePoints.end(),
-                       [&phase = phase](const auto& entry) { return entry.first == phase; });
+      const auto wanted = ncds::detail::FindPhase(mPhasePoints, phase);
       const std::int32_t points = wanted == mPhasePoints.end() ? -1 : wanted->second;
       ok = ok && WriteBinaryString(phase, phases) && WriteFourBytes(&points, 1, phases) &&
            (phases << aligner);
