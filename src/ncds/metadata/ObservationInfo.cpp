@@ -2,6 +2,7 @@
 
 #include <istream>
 #include <ostream>
+#include <utility>
 
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/FactoryRepository.h"
@@ -33,8 +34,8 @@ ObservationInfo::ObservationInfo() = default;
 ObservationInfo::ObservationInfo(const std::string& id, unsigned long uniqueID)
     : VarObsInfo(id, uniqueID) {}
 
-ObservationInfo::ObservationInfo(const std::vector<std::string>& ids, unsigned long uniqueID)
-    : VarObsInfo(ids, uniqueID) {}
+ObservationInfo::ObservationInfo(std::vector<std::string> ids, unsigned long uniqueID)
+    : VarObsInfo(std::move(ids), uniqueID) {}
 
 ObservationInfo::ObservationInfo(const ObservationInfo& other) = default;
 

@@ -22,7 +22,7 @@ class NCDS_EXPORT ObservationInfo : public VarObsInfo {
  public:
   ObservationInfo();
   ObservationInfo(const std::string& id, unsigned long uniqueID);
-  ObservationInfo(const std::vector<std::string>& ids, unsigned long uniqueID);
+  ObservationInfo(std::vector<std::string> ids, unsigned long uniqueID);
   ObservationInfo(const ObservationInfo& other);
   ObservationInfo& operator=(const ObservationInfo& other);
   ~ObservationInfo() override;

@@ -6,6 +6,7 @@
 #include <istream>
 #include <ostream>
 #include <typeinfo>
+#include <utility>
 
 #include "ncds/batch/BatchImportSettings.h"
 #include "ncds/foundations/Exception.h"
@@ -40,8 +41,8 @@ VarObsInfo::VarObsInfo() = default;
 VarObsInfo::VarObsInfo(const std::string& id, unsigned long uniqueID)
     : mUniqueID(uniqueID), mIDs{id} {}
 
-VarObsInfo::VarObsInfo(const std::vector<std::string>& ids, unsigned long uniqueID)
-    : mUniqueID(uniqueID), mIDs(ids) {}
+VarObsInfo::VarObsInfo(std::vector<std::string> ids, unsigned long uniqueID)
+    : mUniqueID(uniqueID), mIDs(std::move(ids)) {}
 
 VarObsInfo::VarObsInfo(const VarObsInfo& other) = default;
 

@@ -37,7 +37,7 @@ class NCDS_EXPORT VarObsInfo : public virtual VStreamBase {
  public:
   VarObsInfo();
   VarObsInfo(const std::string& id, unsigned long uniqueID);
-  VarObsInfo(const std::vector<std::string>& ids, unsigned long uniqueID);
+  VarObsInfo(std::vector<std::string> ids, unsigned long uniqueID);
   VarObsInfo(const VarObsInfo& other);
   VarObsInfo& operator=(const VarObsInfo& other);
   ~VarObsInfo() override;
