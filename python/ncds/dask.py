@@ -42,10 +42,10 @@ def _frame(dataset, rows=None):
     return frame
 
 
-def _dataset(frame, project=None):
-    """A batch dataset of a new project in memory from a partition (its rows numbered 1, 2, ...:
+def _dataset(frame):
+    """A batch dataset of a new scratch project from a partition (its rows numbered 1, 2, ...:
     the kernels do not need the observations' names)."""
-    project = project or Project()
+    project = Project._scratch()
     names = [c for c in frame.columns if c not in _KEYS]
     return project, project.add_matrix(
         frame[names].to_numpy(dtype=np.float32), names, name="partition",

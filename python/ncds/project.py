@@ -215,6 +215,12 @@ class Project:
     def __init__(self, handle=None):
         self._handle = handle if handle is not None else _ncds.Project()
 
+    @classmethod
+    def _scratch(cls):
+        """A project in memory that keeps none of the datasets saved into it (no stream, no
+        description): for throwaway pieces of work, such as the partitions of `ncds.dask`."""
+        return cls(_ncds.Project.scratch())
+
     @property
     def path(self):
         return self._handle.path or None

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "Handles.h"
+#include "ScratchProject.h"
 
 #include "ncds/batch/BatchUtilities.h"
 #include "ncds/batch/ClassInfoVector.h"
@@ -176,11 +177,13 @@ py::list Variables(const DataSetHandle& data) {
 }
 
 // The IDs of the rows in observation ID series `series` (1: primary IDs).
-std::vector<std::string> ObservationIDs(const DataSetHandle& data, int series) {
-  std::vector<std::string> ids;
-  ids.reserve(static_cast<std::size_t>(data.dataSet->SizeObservations()));
-  for (const ObservationInfo* row : data.dataSet->GetObservationInfoVector()) {
-    ids.push_back(row ? row->GetUserID(series) : std::string());
+py::list ObservationIDs(const DataSetHandle& data, int series) {
+  const auto& rows = data.dataSet->GetObservationInfoVector();
+  py::list ids(rows.size());
+  const std::string none;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const std::string& id = rows[i] ? rows[i]->GetUserID(series) : none;
+    ids[i] = py::str(id.data(), id.size());
   }
   return ids;
 }
@@ -348,6 +351,13 @@ PYBIND11_MODULE(_ncds, m) {
           },
           py::arg("path"), py::arg("create") = false,
           "Opens the project file at `path` (created when `create` and it does not exist).")
+      .def_static(
+          "scratch",
+          [] {
+            return ProjectHandle{ScratchProject::Create(), std::string()};
+          },
+          "A project in memory that keeps none of the datasets saved into it: for throwaway "
+          "pieces of work, whose datasets live as long as Python holds them.")
       .def_property_readonly("path", [](const ProjectHandle& h) { return h.path; })
       .def_property_readonly("closed", [](const ProjectHandle& h) { return !h.project; })
       .def(

@@ -102,3 +102,11 @@ def test_add_matrix_takes_nan_as_missing_and_checks_the_shape():
     assert same.batches == runs.batches and same.phases == runs.phases
     with pytest.raises(ncds.Error, match="Row 2 has no batch"):
         project.add_matrix(values, ["a", "b"], batches=pd.Categorical(["B2", None, "B2"]))
+    # A scratch project stores nothing; its datasets still work and get numbers of their own.
+    scratch = ncds.Project._scratch()
+    first = scratch.add_matrix(values, ["a", "b"], batches=["B2", "B1", "B2"])
+    again = scratch.add_matrix(values, ["a", "b"], batches=["B2", "B1", "B2"])
+    assert scratch.datasets() == [] and first.number != again.number
+    assert again.observation_ids == runs.observation_ids and again.batches == runs.batches
+    with pytest.raises(ncds.Error, match="no dataset"):
+        scratch.load(first.number)
