@@ -9,13 +9,15 @@
 - with `--dask`: aligning 10,000 batches (100 rows, 3 phases, 10 variables) through
   `ncds.dask` on a LocalCluster of two worker processes, against the same call run in one
   process (Dask's synchronous scheduler), onto absolute grids and on relative maturity, with
-  glibc's default memory trimming and with the one Dask gives its workers.
+  glibc's default memory trimming and with the one Dask gives its workers; the two sides take
+  turns call by call.
 Each figure is the median of R runs.
 """
 
 import argparse
 import itertools
 import statistics
+import sys
 import time
 
 import numpy as np
@@ -42,8 +44,10 @@ def main():
     parser.add_argument("--dask-single", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--batches", type=int, default=10_000)
     args = parser.parse_args()
-    if args.dask or args.dask_single:
-        return dask_alignment(args.batches, args.repeat, args.dask_single)
+    if args.dask_single:
+        return _single_process(args.batches)
+    if args.dask:
+        return dask_alignment(args.batches, args.repeat)
 
     rng = np.random.default_rng(7)
     values = rng.standard_normal((args.rows, args.columns), dtype=np.float32)
@@ -75,96 +79,112 @@ def _burn(partition, seconds, _):
     return partition.iloc[:0]
 
 
-def dask_alignment(batch_count, repeat, single_only=False):
-    import json
+def _batch_data(batch_count):
+    """10 variables over `batch_count` batches of 100 rows in 3 phases; V0 is the maturity."""
+    per_batch, variables = 100, 10
+    rng = np.random.default_rng(5)
+    values = rng.standard_normal((batch_count * per_batch, variables), dtype=np.float32)
+    values[:, 0] = np.tile(np.arange(per_batch, dtype=np.float32), batch_count)
+    batches = np.repeat([f"B{b:05d}" for b in range(batch_count)], per_batch).tolist()
+    phases = np.tile(np.repeat(["Heat", "React", "Cool"], [25, 50, 25]), batch_count).tolist()
+    return ncds.Project().add_matrix(values, [f"V{j}" for j in range(variables)],
+                                     batches=batches, phases=phases)
+
+
+_POINTS = {"Heat": 20, "React": 40, "Cool": 20}
+_MODES = {"absolute grids": False, "relative maturity": True}
+_PARTITION_BATCHES = 500
+
+
+def _single_process(batch_count):
+    """Serves timed single-process alignments: reads a mode per line, answers the seconds."""
+    import dask
+
+    import ncds.dask as nd
+
+    frame = nd.from_dataset(_batch_data(batch_count),
+                            batches_per_partition=_PARTITION_BATCHES).persist(scheduler="sync")
+    with dask.config.set(scheduler="sync"):
+        print("ready", flush=True)
+        for line in sys.stdin:
+            start = time.perf_counter()
+            nd.align(frame, "V0", phase_points=_POINTS, relative=_MODES[line.strip()]).persist()
+            print(time.perf_counter() - start, flush=True)
+
+
+def dask_alignment(batch_count, repeat):
     import os
     import subprocess
-    import sys
 
     import dask
     import distributed
 
     import ncds.dask as nd
 
-    per_batch, variables = 100, 10
-    rng = np.random.default_rng(5)
-    rows = batch_count * per_batch
-    values = rng.standard_normal((rows, variables), dtype=np.float32)
-    values[:, 0] = np.tile(np.arange(per_batch, dtype=np.float32), batch_count)
-    batches = np.repeat([f"B{b:05d}" for b in range(batch_count)], per_batch).tolist()
-    phases = np.tile(np.repeat(["Heat", "React", "Cool"], [25, 50, 25]), batch_count).tolist()
-    data = ncds.Project().add_matrix(values, [f"V{j}" for j in range(variables)],
-                                     batches=batches, phases=phases)
-    points = {"Heat": 20, "React": 40, "Cool": 20}
-    modes = {"absolute grids": False, "relative maturity": True}
+    data = _batch_data(batch_count)
 
-    def timed(frame, relative, client=None):
-        times = []
-        for _ in range(repeat + 1):  # the first call pays for imports and fresh memory
-            start = time.perf_counter()
-            # The aligned partitions stay where they were made, as a pipeline's next step wants.
-            aligned = nd.align(frame, "V0", phase_points=points, relative=relative).persist()
-            if client:
-                distributed.wait(aligned)
-            times.append(time.perf_counter() - start)
-            if client:
-                # The next call has the same keys: let the scheduler forget these first.
-                keys = {f.key for f in client.futures_of(aligned)}
-                del aligned
-                while client.run_on_scheduler(
-                        lambda dask_scheduler, keys=keys: any(k in dask_scheduler.tasks
-                                                              for k in keys)):
-                    time.sleep(0.01)
-        return statistics.median(times[1:])
-
-    def single():
-        frame = nd.from_dataset(data, batches_per_partition=500).persist(scheduler="sync")
-        with dask.config.set(scheduler="sync"):
-            return {mode: timed(frame, relative) for mode, relative in modes.items()}
-
-    if single_only:
-        print(json.dumps(single()))
-        return
+    def on_cluster(frame, relative, client):
+        start = time.perf_counter()
+        # The aligned partitions stay where they were made, as a pipeline's next step wants.
+        aligned = nd.align(frame, "V0", phase_points=_POINTS, relative=relative).persist()
+        distributed.wait(aligned)
+        seconds = time.perf_counter() - start
+        # The next call has the same keys: let the scheduler forget these first.
+        keys = {f.key for f in client.futures_of(aligned)}
+        del aligned
+        while client.run_on_scheduler(
+                lambda dask_scheduler, keys=keys: any(k in dask_scheduler.tasks for k in keys)):
+            time.sleep(0.01)
+        return seconds
 
     # Dask starts its workers with MALLOC_TRIM_THRESHOLD_=65536: glibc then hands freed memory
-    # back at once and every partition pays for fresh pages again. Both sides are measured in
-    # both settings: one process with the same variable (a child process), and workers with
-    # glibc's own default.
+    # back at once. Both sides are measured in both settings: the single process is a child
+    # started with the workers' environment. The two sides take turns, call by call, so that
+    # a machine that slows down or speeds up meanwhile does so for both.
     default = dask.config.get("distributed.nanny.pre-spawn-environ")
     settings = {
-        "glibc's default": ({k: v for k, v in default.items()
-                             if k != "MALLOC_TRIM_THRESHOLD_"}, None),
-        "Dask's worker default": (default, str(default.get("MALLOC_TRIM_THRESHOLD_", ""))),
+        "glibc's default": {k: v for k, v in default.items() if k != "MALLOC_TRIM_THRESHOLD_"},
+        "Dask's worker default": default,
     }
-    for label, (environ, trim) in settings.items():
-        if trim is None:
-            one = single()
-        else:
-            child = subprocess.run(
-                [sys.executable, __file__, "--dask-single", "--batches", str(batch_count),
-                 "--repeat", str(repeat)], env={**os.environ, "MALLOC_TRIM_THRESHOLD_": trim},
-                check=True, capture_output=True, text=True)
-            one = json.loads(child.stdout)
+    for label, environ in settings.items():
+        env = {k: v for k, v in os.environ.items() if k != "MALLOC_TRIM_THRESHOLD_"}
+        env.update({k: str(v) for k, v in environ.items()})
+        single = subprocess.Popen(
+            [sys.executable, __file__, "--dask-single", "--batches", str(batch_count)],
+            env=env, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        single.stdout.readline()  # ready
+
+        def in_one_process(mode, single=single):
+            single.stdin.write(mode + "\n")
+            single.stdin.flush()
+            return float(single.stdout.readline())
+
         with dask.config.set({"distributed.nanny.pre-spawn-environ": environ}), \
                 distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
                                          dashboard_address=None) as cluster, \
                 distributed.Client(cluster) as client:
-            frame = client.persist(nd.from_dataset(data, batches_per_partition=500))
+            frame = client.persist(nd.from_dataset(data,
+                                                   batches_per_partition=_PARTITION_BATCHES))
             distributed.wait(frame)
             client.rebalance(frame)  # half the partitions on each worker, as a cluster holds them
-            for mode, relative in modes.items():
-                two = timed(frame, relative, client)
+            for mode, relative in _MODES.items():
+                ones, twos = [], []
+                for _ in range(repeat + 1):  # the first call pays for imports and fresh memory
+                    ones.append(in_one_process(mode))
+                    twos.append(on_cluster(frame, relative, client))
+                one, two = statistics.median(ones[1:]), statistics.median(twos[1:])
                 # What Dask and this machine allow: partitions that only burn the same CPU
                 # time each, on the same cluster.
-                busy = one[mode] / frame.npartitions
+                busy = one / frame.npartitions
                 calls = itertools.count()  # new keys for every call
                 floor = median_seconds(lambda: distributed.wait(frame.map_partitions(
                     _burn, busy, next(calls), meta=frame._meta).persist()), repeat)
                 print(f"dask align {batch_count} batches, {mode}, {label}: one process "
-                      f"{one[mode]:.2f} s, two workers {two:.2f} s, speed-up "
-                      f"{one[mode] / two:.2f}x; CPU-only partitions of the same cost "
-                      f"{floor:.2f} s ({one[mode] / floor:.2f}x), ncds within "
-                      f"{two / floor:.2f}x of that")
+                      f"{one:.2f} s, two workers {two:.2f} s, speed-up {one / two:.2f}x; "
+                      f"CPU-only partitions of the same cost {floor:.2f} s "
+                      f"({one / floor:.2f}x), ncds within {two / floor:.2f}x of that")
+        single.stdin.close()
+        single.wait()
 
 
 if __name__ == "__main__":
