@@ -29,8 +29,9 @@ def _groups(codes_names, rows, count):
 
 def _frame(dataset, rows=None):
     """The partition form of `dataset` (of rows `rows`, a slice, when given)."""
-    keep = [j for j, v in enumerate(dataset.variables) if v["kind"] != "qualitative"]
-    names = [dataset.variable_names[j] for j in keep]
+    variables = dataset.variables
+    keep = [j for j, v in enumerate(variables) if v["kind"] != "qualitative"]
+    names = [variables[j]["name"] for j in keep]
     rows = rows if rows is not None else slice(None)
     values = dataset.values[rows]
     values = values[:, keep] if len(keep) != values.shape[1] else np.array(values)
