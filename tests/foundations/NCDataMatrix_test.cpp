@@ -278,13 +278,14 @@ TEST(NCDataMatrix, BulkRowRemovalKeepsEveryRunIntact) {
 }
 
 TEST(NCDataMatrix, ReservedColumnsAppendWithoutMoving) {
-  Matrix m(1000, 1, 1.0F);
+  // 6000 x 64 cells: a buffer on huge pages, its last one taken whole.
+  Matrix m(6000, 1, 1.0F);
   m.ReserveColumns(64);
   EXPECT_GE(m.CapacityColumns(), 64u);
   const float* first = m.ColumnData(0);
-  for (int j = 1; j < 64; ++j) m.InsertColumn(m.SizeColumns(), Vector(1000, float(j)));
+  for (int j = 1; j < 64; ++j) m.InsertColumn(m.SizeColumns(), Vector(6000, float(j)));
   EXPECT_EQ(m.ColumnData(0), first);  // no reallocation
-  EXPECT_EQ(m(999, 63, 0.0F), 63.0F);
+  EXPECT_EQ(m(5999, 63, 0.0F), 63.0F);
 
   // The reservation survives added rows; without one, appending grows geometrically.
   m.InsertRows(0, 10);
@@ -325,13 +326,14 @@ TEST(NCDataMatrix, ReservedColumnsAppendWithoutMoving) {
   EXPECT_EQ(reserved(5, 1, 0.0F), kMissing);
 
   // Checked reads and column access out of range.
-  EXPECT_EQ(m(1010, 0, -5.0F), -5.0F);
+  EXPECT_EQ(m(6010, 0, -5.0F), -5.0F);
   EXPECT_EQ(m(0, 64, -5.0F), -5.0F);
   EXPECT_EQ(m(0, 0, -5.0F), kMissing);  // an inserted row
   EXPECT_EQ(m.ColumnData(64), nullptr);
   EXPECT_TRUE(m.GetColumn(64).empty());
   const Vector column = m.GetColumn(3);
-  ASSERT_EQ(column.size(), 1010u);
+  ASSERT_EQ(column.size(), 6010u);
+  EXPECT_EQ(column[6009], 3.0F);
   EXPECT_EQ(column[9], kMissing);
   EXPECT_EQ(column[10], 3.0F);
 }

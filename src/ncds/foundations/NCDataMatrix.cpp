@@ -35,7 +35,7 @@ constexpr std::uint64_t kMaxStreamDimension = INT_MAX;
 constexpr std::size_t kCellAlignment = 64;
 // Buffers from this size on are aligned to, and advised for, transparent huge pages.
 constexpr std::size_t kHugePageBytes = std::size_t{2} << 20;
-constexpr std::size_t kHugePageMinimum = std::size_t{4} << 20;
+constexpr std::size_t kHugePageMinimum = std::size_t{1} << 20;
 // Floats read per step when the stream cannot tell its size.
 constexpr std::size_t kStepFloats = std::size_t{1} << 20;
 
@@ -116,9 +116,17 @@ NCDataMatrix<float>::CellBuffer NCDataMatrix<float>::Allocate(std::size_t count)
 #if defined(__linux__)
   // A dataset-sized buffer on transparent huge pages: first touch (reading a stream into it)
   // takes one fault per 2 MiB instead of per 4 KiB, and whole-column passes miss the TLB less.
+  // A buffer whose last huge page is mostly its own takes that page whole, so that a buffer
+  // of a few MiB (a Dask partition's, say) is faulted in by a few faults, not hundreds: where
+  // freed memory goes back to the system at once, that cost recurs with every buffer.
   if (bytes >= kHugePageMinimum) {
-    if (posix_memalign(&cells, kHugePageBytes, bytes) != 0) throw std::bad_alloc();
-    AdviseHugePages(cells, bytes);
+    const std::size_t tail = (kHugePageBytes - bytes % kHugePageBytes) % kHugePageBytes;
+    const std::size_t size =
+        tail <= bytes / 2 && bytes <= std::numeric_limits<std::size_t>::max() - kHugePageBytes
+            ? bytes + tail
+            : bytes;
+    if (posix_memalign(&cells, kHugePageBytes, size) != 0) throw std::bad_alloc();
+    AdviseHugePages(cells, size);
     return CellBuffer(static_cast<float*>(cells));
   }
 #endif
