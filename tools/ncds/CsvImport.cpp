@@ -601,6 +601,7 @@ boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& proj
 
   VarObsInfoVector<ObservationInfo> infos;
   infos.reserve(parsed.rows);
+  observations.Reserve(parsed.rows);
   {
     std::vector<std::string> wanted = isBatch && options.idColumns.empty()
                                           ? BatchPrimaryIDs(batchRows.batchOfRow, batchRows.batches)

@@ -312,6 +312,7 @@ boost::shared_ptr<NCDataSet> BatchLevelComponent::Create(const NCDataSet& source
     std::vector<std::string> ids(static_cast<std::size_t>(std::max(1, batchSeries)));
     VarObsInfoVector<ObservationInfo> rows;
     rows.reserve(batchCount);
+    observations.Reserve(batchCount);
     for (const d::BatchRun& batch : batches) {
       std::fill(ids.begin(), ids.end(), std::string());
       ids[0] = batch.name;

@@ -419,6 +419,7 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
   const std::size_t idCount = static_cast<std::size_t>(std::max({1, batchSeries, phaseSeries}));
   VarObsInfoVector<ObservationInfo> infos;
   infos.reserve(batchCount * points);
+  observations.Reserve(batchCount * points);
   NCIntegralVector<unsigned long, 0> added;
   try {
     std::vector<std::string> ids(idCount);

@@ -257,6 +257,7 @@ bool NCDataSet::AddObservationInfos(int count) {
       count);
   VarObsInfoVector<ObservationInfo> infos;
   infos.reserve(static_cast<std::size_t>(count));
+  observations.Reserve(static_cast<std::size_t>(count));
   for (const std::string& name : names) {
     infos.push_back(
         observations.Add(std::make_unique<ObservationInfo>(name, project->CreateUniqueID())));

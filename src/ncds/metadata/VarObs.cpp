@@ -164,6 +164,8 @@ VarObsInfo* VarObs::Add(std::unique_ptr<VarObsInfo> info, InfosByUserID* lookup)
   return added;
 }
 
+void VarObs::Reserve(std::size_t more) { mInfos.reserve(mInfos.size() + more); }
+
 void VarObs::DeleteVarObsInfos(const NCIntegralVector<unsigned long, 0>& uniqueIDs) {
   if (uniqueIDs.empty()) return;
   ClearInfosByUserID();

@@ -68,6 +68,8 @@ class NCDS_EXPORT VarObs : public VarObsInfoAccess, public virtual VStreamBase {
   const_iterator lower_bound(unsigned long uniqueID) const { return mInfos.lower_bound(uniqueID); }
   std::size_t size() const { return mInfos.size(); }
   bool empty() const { return mInfos.empty(); }
+  // Room for `more` records beyond those held: adding many in a row then grows the table once.
+  void Reserve(std::size_t more);
 
   // Destroys the listed records (IDs it does not hold are ignored) and marks the container
   // dirty; an empty list changes nothing.
