@@ -27,19 +27,26 @@ def _groups(codes_names, rows, count):
     return pd.Categorical.from_codes(codes[rows], categories=names)
 
 
-def _frame(dataset, rows=None):
-    """The partition form of `dataset` (of rows `rows`, a slice, when given)."""
+def _frame(dataset, rows=None, take=False):
+    """The partition form of `dataset` (of rows `rows`, a slice, when given). With `take`, a
+    throwaway dataset of a scratch project hands its values over instead of copying them."""
     variables = dataset.variables
     keep = [j for j, v in enumerate(variables) if v["kind"] != "qualitative"]
     names = [variables[j]["name"] for j in keep]
     rows = rows if rows is not None else slice(None)
-    values = dataset.values[rows]
-    values = values[:, keep] if len(keep) != values.shape[1] else np.array(values)
-    frame = pd.DataFrame(values, columns=names, copy=False)
     count = dataset.shape[0]
-    frame.insert(0, "batch", _groups(dataset.batch_codes, rows, count))
-    frame.insert(1, "phase", _groups(dataset.phase_codes, rows, count))
-    frame.insert(2, "observation", np.asarray(dataset.observation_ids, dtype=object)[rows])
+    batches = _groups(dataset.batch_codes, rows, count)
+    phases = _groups(dataset.phase_codes, rows, count)
+    observations = np.asarray(dataset.observation_ids, dtype=object)[rows]
+    values = (dataset._take_values() if take else dataset.values)[rows]
+    if len(keep) != values.shape[1]:
+        values = values[:, keep]
+    elif not take:
+        values = np.array(values)  # a view would keep the whole dataset alive
+    frame = pd.DataFrame(values, columns=names, copy=False)
+    frame.insert(0, "batch", batches)
+    frame.insert(1, "phase", phases)
+    frame.insert(2, "observation", observations)
     return frame
 
 
@@ -49,7 +56,7 @@ def _dataset(frame):
     project = Project._scratch()
     names = [c for c in frame.columns if c not in _KEYS]
     return project, project.add_matrix(
-        frame[names].to_numpy(dtype=np.float32), names, name="partition",
+        [frame[n].to_numpy(dtype=np.float32) for n in names], names, name="partition",
         batches=frame["batch"].astype("category"), phases=frame["phase"].astype("category"))
 
 
@@ -146,7 +153,7 @@ def _align_partition(frame, maturity, points, phase_points, relative, smooth, ex
     aligned = project.align(data, maturity, points=points, phase_points=phase_points,
                             relative=relative, smooth=smooth, extend=extend, name="aligned",
                             extent=extent)
-    return _like(frame, _frame(aligned))
+    return _like(frame, _frame(aligned, take=True))
 
 
 def align(frame, maturity, points=100, phase_points=None, relative=False, smooth=False,

@@ -74,6 +74,11 @@ class Dataset:
         """The matrix (observations x variables) as a read-only numpy view, -99 where missing."""
         return self._handle.values
 
+    def _take_values(self):
+        """The values as a writable array of their own, taken without a copy from a throwaway
+        dataset of a scratch project (which is empty afterwards); copied from any other."""
+        return self._handle.take_values()
+
     def get_values(self, as_nan=False):
         """The values; with `as_nan`, a copy with NaN where a value is missing."""
         if not as_nan:
@@ -231,10 +236,11 @@ class Project:
 
     def add_matrix(self, values, names, ids=None, name="matrix", batches=None, phases=None):
         """A new dataset of quantitative variables `names` from a 2-D array (observations x
-        variables; NaN and -99 are missing), its rows named by `ids` (default 1, 2, ...). With
-        `batches` (and `phases`), the batch (phase) of every row as a sequence of names or a
-        pandas Categorical, it is a batch dataset, its rows grouped by batch in order of first
-        appearance."""
+        variables; NaN and -99 are missing) or a list of its columns (1-D arrays, read where
+        they are: a DataFrame's columns need no copy into one array first), its rows named by
+        `ids` (default 1, 2, ...). With `batches` (and `phases`), the batch (phase) of every row
+        as a sequence of names or a pandas Categorical, it is a batch dataset, its rows grouped
+        by batch in order of first appearance."""
         ids = list(ids) if ids is not None else []
         batch_codes, batch_names = _codes(batches)
         phase_codes, phase_names = _codes(phases)
@@ -247,7 +253,8 @@ class Project:
                 first = np.full(len(batch_names), len(batch_codes), dtype=np.int64)
                 np.minimum.at(first, batch_codes, np.arange(len(batch_codes)))
                 order = np.argsort(first[batch_codes], kind="stable")
-                values = np.asarray(values)[order]
+                values = ([np.asarray(c)[order] for c in values]
+                          if isinstance(values, (list, tuple)) else np.asarray(values)[order])
                 batch_codes = batch_codes[order]
                 phase_codes = phase_codes[order] if len(phase_codes) else phase_codes
                 ids = [ids[i] for i in order] if ids else [str(i + 1) for i in order]

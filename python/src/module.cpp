@@ -10,6 +10,7 @@
 #include <boost/shared_ptr.hpp>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -123,6 +124,32 @@ py::array Values(const DataSetHandle& data) {
       cells ? cells : &kEmpty, owner);
   view.attr("setflags")(py::arg("write") = false);
   return std::move(view);
+}
+
+// The values as a writable (rows, columns) array that owns them. A dataset of a scratch
+// project that nothing but this handle holds gives its matrix away, without a copy, and the
+// handle is left with an empty dataset of the same number; any other dataset's matrix is
+// copied. Meant for throwaway results, such as a Dask partition's aligned data.
+py::array TakeValues(DataSetHandle& data) {
+  auto taken = std::make_unique<NCDataMatrix<float>>();
+  if (dynamic_cast<ScratchProject*>(data.project.get()) && data.dataSet.use_count() == 1) {
+    // Nobody else can see this dataset: its matrix may leave it, as long as the dataset
+    // goes with it.
+    *taken = std::move(const_cast<NCDataMatrix<float>&>(data.dataSet->GetMatrix()));
+    data.dataSet = NCDataSet::Create(data.project, data.dataSet->GetNumber());
+  } else {
+    *taken = data.dataSet->GetMatrix();
+  }
+  const NCDataMatrix<float>& matrix = *taken;
+  const auto rows = static_cast<py::ssize_t>(matrix.SizeRows());
+  const auto columns = static_cast<py::ssize_t>(matrix.SizeColumns());
+  const auto stride = static_cast<py::ssize_t>(matrix.CapacityRows() * sizeof(float));
+  static float empty = 0;
+  float* cells = rows > 0 && columns > 0 ? &taken->operator()(0, 0) : &empty;
+  py::capsule owner(taken.release(), [](void* p) { delete static_cast<NCDataMatrix<float>*>(p); });
+  return py::array_t<float>(
+      {rows, columns}, {static_cast<py::ssize_t>(sizeof(float)), std::max<py::ssize_t>(stride, 4)},
+      cells, owner);
 }
 
 // A copy of the matrix (Fortran order, like the dataset's) with NaN for missing values, made in
@@ -257,12 +284,52 @@ std::vector<const std::string*> CodedLabels(
   return labels;
 }
 
+// One column of the values handed to `AddMatrix`: its float32 cells, `stride` bytes apart.
+struct Column {
+  py::array_t<float, py::array::forcecast> array;  // keeps the cells alive
+  const char* cells;
+  py::ssize_t stride;
+
+  float operator[](std::size_t i) const {
+    return *reinterpret_cast<const float*>(cells + static_cast<py::ssize_t>(i) * stride);
+  }
+};
+
+// The columns of a (rows, columns) array, or of a sequence of equal-length 1-D columns (the
+// columns of a pandas frame, say, which then need no copy into one array first); sets `rows`.
+std::vector<Column> ColumnsOf(const py::object& values, std::size_t& rows) {
+  const auto refuse = [] {
+    return NCError(ExceptionMessage::translate("The values must be a matrix."));
+  };
+  std::vector<Column> columns;
+  if (py::isinstance<py::list>(values) || py::isinstance<py::tuple>(values)) {
+    rows = 0;
+    for (const py::handle item : values) {
+      auto array = py::array_t<float, py::array::forcecast>::ensure(item);
+      if (!array || array.ndim() != 1) throw refuse();
+      const auto size = static_cast<std::size_t>(array.shape(0));
+      if (columns.empty()) rows = size;
+      if (size != rows) throw refuse();
+      const auto* cells = reinterpret_cast<const char*>(array.data());
+      const py::ssize_t stride = array.strides(0);
+      columns.push_back({std::move(array), cells, stride});
+    }
+    return columns;
+  }
+  auto array = py::array_t<float, py::array::forcecast>::ensure(values);
+  if (!array || array.ndim() != 2) throw refuse();
+  rows = static_cast<std::size_t>(array.shape(0));
+  const auto* cells = reinterpret_cast<const char*>(array.data());
+  for (py::ssize_t j = 0; j < array.shape(1); ++j)
+    columns.push_back({array, cells + j * array.strides(1), array.strides(0)});
+  return columns;
+}
+
 // A new dataset of quantitative variables `names` from a (rows, columns) float32 array, its rows
 // named by `ids` (default 1, 2, ...): the array is copied once, column by column, into the
 // dataset's own matrix. With batches (and phases), given as a code per row into a list of
 // names and grouped by batch, it is a batch dataset. Saved into the project.
-DataSetHandle AddMatrix(const ProjectHandle& handle,
-                        const py::array_t<float, py::array::forcecast>& values,
+DataSetHandle AddMatrix(const ProjectHandle& handle, const py::object& values,
                         const std::vector<std::string>& names, std::vector<std::string> ids,
                         const std::string& name,
                         const py::array_t<std::int32_t, py::array::forcecast>& batchCodes,
@@ -270,10 +337,11 @@ DataSetHandle AddMatrix(const ProjectHandle& handle,
                         const py::array_t<std::int32_t, py::array::forcecast>& phaseCodes,
                         const std::vector<std::string>& phaseNames) {
   NCProject& project = handle.Get();
-  if (values.ndim() != 2 || batchCodes.ndim() != 1 || phaseCodes.ndim() != 1)
+  std::size_t rows = 0;
+  const std::vector<Column> columnValues = ColumnsOf(values, rows);
+  if (batchCodes.ndim() != 1 || phaseCodes.ndim() != 1)
     throw NCError(ExceptionMessage::translate("The values must be a matrix."));
-  const auto rows = static_cast<std::size_t>(values.shape(0));
-  const auto columns = static_cast<std::size_t>(values.shape(1));
+  const std::size_t columns = columnValues.size();
   const auto batches = static_cast<std::size_t>(batchCodes.size());
   const auto phases = static_cast<std::size_t>(phaseCodes.size());
   if (names.size() != columns || (!ids.empty() && ids.size() != rows) ||
@@ -284,12 +352,12 @@ DataSetHandle AddMatrix(const ProjectHandle& handle,
   }
   const std::vector<const std::string*> batchLabels = CodedLabels(batchCodes, batchNames);
   const std::vector<const std::string*> phaseLabels = CodedLabels(phaseCodes, phaseNames);
-  const auto cells = values.unchecked<2>();
   NCDataMatrix<float> matrix(rows, columns);
   for (std::size_t j = 0; j < columns; ++j) {
+    const Column& in = columnValues[j];
     float* column = matrix.ColumnData(j);
     for (std::size_t i = 0; i < rows; ++i) {
-      const float value = cells(static_cast<py::ssize_t>(i), static_cast<py::ssize_t>(j));
+      const float value = in[i];
       column[i] = std::isnan(value) ? NCDataMatrix<float>::kMissing : value;
     }
   }
@@ -306,6 +374,7 @@ DataSetHandle AddMatrix(const ProjectHandle& handle,
   const std::size_t idCount = static_cast<std::size_t>(std::max({1, batchSeries, phaseSeries}));
   VarObsInfoVector<ObservationInfo> infos;
   infos.reserve(rows);
+  observations.Reserve(rows);
   for (std::size_t i = 0; i < rows; ++i) {
     const unsigned long id = project.CreateUniqueID();
     std::vector<std::string> labels(idCount);
@@ -371,7 +440,8 @@ PYBIND11_MODULE(_ncds, m) {
            py::arg("batch_names") = std::vector<std::string>(),
            py::arg("phase_codes") = py::array_t<std::int32_t>(0),
            py::arg("phase_names") = std::vector<std::string>(),
-           "A new dataset of quantitative variables from a 2-D array (NaN: missing).")
+           "A new dataset of quantitative variables from a 2-D array, or a list of its "
+           "columns (NaN: missing).")
       .def("load", &Load, py::arg("dataset"), "Loads a dataset by number or name.")
       .def("save", &Save, py::arg("dataset"), "Saves a dataset into the project.")
       .def(
@@ -401,6 +471,9 @@ PYBIND11_MODULE(_ncds, m) {
       .def_property_readonly("values", &Values,
                              "The values as a read-only numpy view (observations x variables), "
                              "-99 where missing; no copy.")
+      .def("take_values", &TakeValues,
+           "The values as a writable array of their own: a throwaway dataset of a scratch "
+           "project gives its matrix away (and is empty afterwards); any other is copied.")
       .def("values_with_nan", &ValuesWithNaN,
            "A copy of the values (Fortran order) with NaN where a value is missing.")
       .def("variables", &Variables, "One dict per column: id, name, kind, block, unit, levels.")

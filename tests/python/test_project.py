@@ -86,7 +86,12 @@ def test_add_matrix_takes_nan_as_missing_and_checks_the_shape():
     assert list(frame.columns) == ["a", "b"]
     with pytest.raises(ncds.Error, match="match the matrix"):
         project.add_matrix(values, ["a"])
-    assert [d[1] for d in project.datasets()] == ["m"]
+    # Columns (strided views here) give the same dataset; columns of unequal length are refused.
+    columns = project.add_matrix([values[:, 0], values[:, 1]], ["a", "b"], name="columns")
+    assert columns.values.tolist() == data.values.tolist()
+    with pytest.raises(ncds.Error, match="must be a matrix"):
+        project.add_matrix([values[:, 0], values[:2, 1]], ["a", "b"])
+    assert [d[1] for d in project.datasets()] == ["m", "columns"]
     # Batch rows come grouped by batch, in order of first appearance.
     runs = project.add_matrix(values, ["a", "b"], name="runs", batches=["B2", "B1", "B2"],
                               phases=["P", "P", "Q"])
@@ -105,8 +110,21 @@ def test_add_matrix_takes_nan_as_missing_and_checks_the_shape():
     # A scratch project stores nothing; its datasets still work and get numbers of their own.
     scratch = ncds.Project._scratch()
     first = scratch.add_matrix(values, ["a", "b"], batches=["B2", "B1", "B2"])
-    again = scratch.add_matrix(values, ["a", "b"], batches=["B2", "B1", "B2"])
+    again = scratch.add_matrix([values[:, 0], values[:, 1]], ["a", "b"],
+                               batches=["B2", "B1", "B2"])  # columns regrouped as rows are
     assert scratch.datasets() == [] and first.number != again.number
     assert again.observation_ids == runs.observation_ids and again.batches == runs.batches
+    assert again.values.tolist() == runs.values.tolist()
     with pytest.raises(ncds.Error, match="no dataset"):
         scratch.load(first.number)
+    # A scratch dataset that nothing else holds hands its matrix over and is left empty; one
+    # with a view out, or of another project, is copied and keeps its values.
+    taken = first._take_values()
+    assert taken.flags.writeable and taken.tolist() == runs.values.tolist()
+    assert first.shape == (0, 0) and first.values.shape == (0, 0)
+    view = again.values
+    copied = again._take_values()
+    assert copied.tolist() == view.tolist() and not np.shares_memory(copied, view)
+    assert again.shape == (3, 2) and np.shares_memory(again.values, view)
+    runs._take_values()[0, 0] = 7
+    assert runs.values[0, 0] == 1
