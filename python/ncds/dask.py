@@ -35,6 +35,7 @@ def _frame(dataset, rows=None, take=False):
     names = [variables[j]["name"] for j in keep]
     rows = rows if rows is not None else slice(None)
     count = dataset.shape[0]
+    # Rows first: taking the values leaves the dataset empty.
     batches = _groups(dataset.batch_codes, rows, count)
     phases = _groups(dataset.phase_codes, rows, count)
     observations = np.asarray(dataset.observation_ids, dtype=object)[rows]

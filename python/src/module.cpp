@@ -108,20 +108,24 @@ void Save(const ProjectHandle& handle, const DataSetHandle& data) {
   SaveOrThrow(project, data.dataSet);
 }
 
-// The matrix as a read-only (rows, columns) view: columns are contiguous, CapacityRows()
-// floats apart. The view's base keeps the dataset (and its project) alive.
-py::array Values(const DataSetHandle& data) {
-  const NCDataMatrix<float>& matrix = data.dataSet->GetMatrix();
+// A (rows, columns) array over `matrix`'s cells (columns contiguous, CapacityRows() floats
+// apart), kept alive by `owner`.
+py::array_t<float> MatrixArray(const NCDataMatrix<float>& matrix, const py::capsule& owner) {
   const auto rows = static_cast<py::ssize_t>(matrix.SizeRows());
   const auto columns = static_cast<py::ssize_t>(matrix.SizeColumns());
   const auto stride = static_cast<py::ssize_t>(matrix.CapacityRows() * sizeof(float));
-  py::capsule owner(new DataSetHandle(data),
-                    [](void* p) { delete static_cast<DataSetHandle*>(p); });
   const float* cells = rows > 0 && columns > 0 ? matrix.ColumnData(0) : nullptr;
   static const float kEmpty = 0;
-  py::array_t<float> view(
+  return py::array_t<float>(
       {rows, columns}, {static_cast<py::ssize_t>(sizeof(float)), std::max<py::ssize_t>(stride, 4)},
       cells ? cells : &kEmpty, owner);
+}
+
+// The matrix as a read-only view, whose base keeps the dataset (and its project) alive.
+py::array Values(const DataSetHandle& data) {
+  py::array_t<float> view = MatrixArray(
+      data.dataSet->GetMatrix(),
+      py::capsule(new DataSetHandle(data), [](void* p) { delete static_cast<DataSetHandle*>(p); }));
   view.attr("setflags")(py::arg("write") = false);
   return std::move(view);
 }
@@ -141,15 +145,9 @@ py::array TakeValues(DataSetHandle& data) {
     *taken = data.dataSet->GetMatrix();
   }
   const NCDataMatrix<float>& matrix = *taken;
-  const auto rows = static_cast<py::ssize_t>(matrix.SizeRows());
-  const auto columns = static_cast<py::ssize_t>(matrix.SizeColumns());
-  const auto stride = static_cast<py::ssize_t>(matrix.CapacityRows() * sizeof(float));
-  static float empty = 0;
-  float* cells = rows > 0 && columns > 0 ? &taken->operator()(0, 0) : &empty;
-  py::capsule owner(taken.release(), [](void* p) { delete static_cast<NCDataMatrix<float>*>(p); });
-  return py::array_t<float>(
-      {rows, columns}, {static_cast<py::ssize_t>(sizeof(float)), std::max<py::ssize_t>(stride, 4)},
-      cells, owner);
+  return MatrixArray(matrix, py::capsule(taken.release(), [](void* p) {
+                       delete static_cast<NCDataMatrix<float>*>(p);
+                     }));
 }
 
 // A copy of the matrix (Fortran order, like the dataset's) with NaN for missing values, made in

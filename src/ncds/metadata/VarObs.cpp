@@ -164,7 +164,11 @@ VarObsInfo* VarObs::Add(std::unique_ptr<VarObsInfo> info, InfosByUserID* lookup)
   return added;
 }
 
-void VarObs::Reserve(std::size_t more) { mInfos.reserve(mInfos.size() + more); }
+void VarObs::Reserve(std::size_t more) {
+  // Grows at least geometrically, so that many small reservations in a row stay linear.
+  const std::size_t wanted = mInfos.size() + more;
+  if (wanted > mInfos.capacity()) mInfos.reserve(std::max(wanted, 2 * mInfos.capacity()));
+}
 
 void VarObs::DeleteVarObsInfos(const NCIntegralVector<unsigned long, 0>& uniqueIDs) {
   if (uniqueIDs.empty()) return;
