@@ -16,28 +16,41 @@ measures and aligns the partitions onto the common grids: the result is the sing
 import numpy as np
 import pandas as pd
 
-from .project import Project, _filled, open as open_project
+from .project import Project, _filled, _in_use, open as open_project
 
 _KEYS = ["batch", "phase", "observation"]
 
 
-def _groups(codes_names, rows, count):
-    """A categorical column from (codes, names) of a dataset, one empty category when absent."""
+def _groups(codes_names, rows, count, like=None):
+    """A categorical column from (codes, names) of a dataset, one empty category when absent;
+    with `like`, a categorical column, in the categories of `like` (a name it lacks is missing)."""
     codes, names = _filled(codes_names, count)
-    return pd.Categorical.from_codes(codes[rows], categories=names)
+    codes = codes[rows]
+    if like is None:
+        return pd.Categorical.from_codes(codes, categories=names)
+    # Only the categories `like` uses are looked at: a partition's column carries the
+    # categories of all partitions.
+    used, used_names = _in_use(like.array)
+    where = pd.Index(used_names).get_indexer(names)
+    if (where < 0).any():
+        return pd.Categorical.from_codes(codes, categories=names).set_categories(
+            like.cat.categories)
+    return pd.Categorical.from_codes(used[where][codes], dtype=like.dtype)
 
 
-def _frame(dataset, rows=None, take=False):
+def _frame(dataset, rows=None, take=False, like=None):
     """The partition form of `dataset` (of rows `rows`, a slice, when given). With `take`, a
-    throwaway dataset of a scratch project hands its values over instead of copying them."""
+    throwaway dataset of a scratch project hands its values over instead of copying them. With
+    `like`, a partition whose batches and phases those of `dataset` are among, the batch and
+    phase columns have the categories of its columns, as all partitions of a result must."""
     variables = dataset.variables
     keep = [j for j, v in enumerate(variables) if v["kind"] != "qualitative"]
     names = [variables[j]["name"] for j in keep]
     rows = rows if rows is not None else slice(None)
     count = dataset.shape[0]
     # Rows first: taking the values leaves the dataset empty.
-    batches = _groups(dataset.batch_codes, rows, count)
-    phases = _groups(dataset.phase_codes, rows, count)
+    batches = _groups(dataset.batch_codes, rows, count, None if like is None else like["batch"])
+    phases = _groups(dataset.phase_codes, rows, count, None if like is None else like["phase"])
     observations = np.asarray(dataset.observation_ids, dtype=object)[rows]
     values = (dataset._take_values() if take else dataset.values)[rows]
     if len(keep) != values.shape[1]:
@@ -59,14 +72,6 @@ def _dataset(frame):
     return project, project.add_matrix(
         [frame[n].to_numpy(dtype=np.float32) for n in names], names, name="partition",
         batches=frame["batch"].astype("category"), phases=frame["phase"].astype("category"))
-
-
-def _like(frame, made):
-    """`made` (a partition from a kernel) with the batch and phase categories of `frame`, so
-    that all partitions of a result share them."""
-    for key in ("batch", "phase"):
-        made[key] = made[key].cat.set_categories(frame[key].cat.categories)
-    return made
 
 
 def _load_frame(path, dataset):
@@ -154,7 +159,7 @@ def _align_partition(frame, maturity, points, phase_points, relative, smooth, ex
     aligned = project.align(data, maturity, points=points, phase_points=phase_points,
                             relative=relative, smooth=smooth, extend=extend, name="aligned",
                             extent=extent)
-    return _like(frame, _frame(aligned, take=True))
+    return _frame(aligned, take=True, like=frame)
 
 
 def align(frame, maturity, points=100, phase_points=None, relative=False, smooth=False,

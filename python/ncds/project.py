@@ -14,8 +14,12 @@ def _codes(labels):
         return np.zeros(0, dtype=np.int32), []
     labels = getattr(labels, "array", labels)  # a Series: its Categorical
     if hasattr(labels, "codes") and hasattr(labels, "categories"):
-        return (np.asarray(labels.codes, dtype=np.int32),
-                [str(c) for c in labels.categories])
+        # Only the categories in use: a slice of a large column still carries all of them.
+        used, names = _in_use(labels)
+        codes = np.asarray(labels.codes, dtype=np.int32)
+        if len(used) < len(labels.categories):
+            codes = np.where(codes >= 0, np.searchsorted(used, codes), -1).astype(np.int32)
+        return codes, names
     labels = np.asarray(labels, dtype=object)
     if labels.size == 0:
         return np.zeros(0, dtype=np.int32), []
@@ -24,6 +28,17 @@ def _codes(labels):
     rank = np.empty_like(order)
     rank[order] = np.arange(len(order))
     return rank[codes].astype(np.int32), names[order].tolist()
+
+
+def _in_use(labels):
+    """The categories a pandas Categorical uses, as their codes (sorted) and names. Rows of a
+    batch come one after the other: only the first code of every run is sorted."""
+    codes = np.asarray(labels.codes)
+    if not len(codes):
+        return codes, []
+    used = np.unique(codes[np.flatnonzero(np.r_[True, codes[1:] != codes[:-1]])])
+    used = used[used >= 0]
+    return used, [str(c) for c in labels.categories[used]]
 
 
 def _labels(codes_names):
@@ -246,10 +261,10 @@ class Project:
         phase_codes, phase_names = _codes(phases)
         if len(batch_codes):
             # Group the rows by batch (stable, batches in order of first appearance) unless
-            # they already come one batch after the other; a row without a batch is refused
-            # below, by its own number.
+            # they already come one batch after the other (one run per name: every name is in
+            # use); a row without a batch is refused below, by its own number.
             runs = np.count_nonzero(batch_codes[1:] != batch_codes[:-1]) + 1
-            if runs != len(np.unique(batch_codes)) and batch_codes.min() >= 0:
+            if runs != len(batch_names) and batch_codes.min() >= 0:
                 first = np.full(len(batch_names), len(batch_codes), dtype=np.int64)
                 np.minimum.at(first, batch_codes, np.arange(len(batch_codes)))
                 order = np.argsort(first[batch_codes], kind="stable")

@@ -46,9 +46,13 @@ def test_alignment_and_summaries_on_two_workers_match_one_process(client, runs):
         aligned = nd.align(frame, "Time", **options).compute()
         single = project.align(data, "Time", name="single", **options)
         assert list(aligned["observation"]) == single.observation_ids
-        assert list(aligned["phase"]) == single.phases
+        assert list(aligned["batch"]) == single.batches and list(aligned["phase"]) == single.phases
         assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32),
                               single.values)
+
+    # Every aligned partition keeps the categories of the partition it came from.
+    middle = nd.align(frame, "Time", points=9, relative=True).partitions[1].compute()
+    assert middle["batch"].dtype == frame.partitions[1].compute()["batch"].dtype
 
     levels = nd.summarize(frame, stats=["Mean", "Max", "Slope"], by_phase=True,
                           maturity="Time").compute()

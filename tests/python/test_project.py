@@ -100,13 +100,17 @@ def test_add_matrix_takes_nan_as_missing_and_checks_the_shape():
     assert runs.values[1, 0] == -99 and runs.values[2, 0] == 3
     codes, names = runs.batch_codes
     assert names == ["B2", "B1"] and codes.tolist() == [0, 0, 1]
-    # Categoricals give their codes; a row without a batch is refused.
+    # Categoricals give their codes (categories nothing uses are left out); a row without a
+    # batch is refused.
     import pandas as pd
-    same = project.add_matrix(values, ["a", "b"], batches=pd.Categorical(["B2", "B1", "B2"]),
+    categories = ["B0", "B1", "B2", "B3"]
+    same = project.add_matrix(values, ["a", "b"],
+                              batches=pd.Categorical(["B2", "B1", "B2"], categories=categories),
                               phases=pd.Series(["P", "P", "Q"], dtype="category"))
     assert same.batches == runs.batches and same.phases == runs.phases
     with pytest.raises(ncds.Error, match="Row 2 has no batch"):
-        project.add_matrix(values, ["a", "b"], batches=pd.Categorical(["B2", None, "B2"]))
+        project.add_matrix(values, ["a", "b"],
+                           batches=pd.Categorical(["B3", None, "B3"], categories=categories))
     # A scratch project stores nothing; its datasets still work and get numbers of their own.
     scratch = ncds.Project._scratch()
     first = scratch.add_matrix(values, ["a", "b"], batches=["B2", "B1", "B2"])
