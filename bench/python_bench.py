@@ -10,7 +10,8 @@
   `ncds.dask` on a LocalCluster of two worker processes, against the same call run in one
   process (Dask's synchronous scheduler), onto absolute grids and on relative maturity, with
   glibc's default memory trimming and with the one Dask gives its workers; the two sides take
-  turns call by call.
+  turns call by call, and with them a stand-in whose partitions only burn the CPU time the
+  single process took (what Dask and the machine allow).
 Each figure is the median of R runs.
 """
 
@@ -97,7 +98,8 @@ _PARTITION_BATCHES = 500
 
 
 def _single_process(batch_count):
-    """Serves timed single-process alignments: reads a mode per line, answers the seconds."""
+    """Serves timed single-process alignments: reads a mode per line, answers the seconds the
+    alignment took and, onto absolute grids, the seconds its measuring pass alone takes."""
     import dask
 
     import ncds.dask as nd
@@ -107,9 +109,18 @@ def _single_process(batch_count):
     with dask.config.set(scheduler="sync"):
         print("ready", flush=True)
         for line in sys.stdin:
+            relative = _MODES[line.strip()]
             start = time.perf_counter()
-            nd.align(frame, "V0", phase_points=_POINTS, relative=_MODES[line.strip()]).persist()
-            print(time.perf_counter() - start, flush=True)
+            nd.align(frame, "V0", phase_points=_POINTS, relative=relative).persist()
+            seconds = time.perf_counter() - start
+            measuring = 0.0
+            if not relative:
+                start = time.perf_counter()
+                dask.compute(*[dask.delayed(nd._extent_partition)(part, "V0", 100, _POINTS,
+                                                                  False, False)
+                               for part in frame.to_delayed()])
+                measuring = time.perf_counter() - start
+            print(seconds, measuring, flush=True)
 
 
 def dask_alignment(batch_count, repeat):
@@ -157,7 +168,7 @@ def dask_alignment(batch_count, repeat):
         def in_one_process(mode, single=single):
             single.stdin.write(mode + "\n")
             single.stdin.flush()
-            return float(single.stdout.readline())
+            return [float(t) for t in single.stdout.readline().split()]
 
         with dask.config.set({"distributed.nanny.pre-spawn-environ": environ}), \
                 distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
@@ -167,18 +178,32 @@ def dask_alignment(batch_count, repeat):
                                                    batches_per_partition=_PARTITION_BATCHES))
             distributed.wait(frame)
             client.rebalance(frame)  # half the partitions on each worker, as a cluster holds them
+            calls = itertools.count()  # new keys for every stand-in call
+
+            def on_stand_in(busy, measuring):
+                """What Dask and this machine allow: partitions that only burn CPU time, on the
+                same cluster and in the same shape of work: with `measuring`, a first pass that
+                burns that much per partition and is gathered into one result, as alignment
+                onto absolute grids measures all partitions first, then `busy` per partition."""
+                start = time.perf_counter()
+                after = next(calls)
+                if measuring:
+                    after = dask.delayed(len)([dask.delayed(_burn)(part, measuring, after)
+                                               for part in frame.to_delayed()])
+                distributed.wait(frame.map_partitions(_burn, busy, after,
+                                                      meta=frame._meta).persist())
+                return time.perf_counter() - start
+
             for mode, relative in _MODES.items():
-                ones, twos = [], []
+                ones, twos, floors = [], [], []
                 for _ in range(repeat + 1):  # the first call pays for imports and fresh memory
-                    ones.append(in_one_process(mode))
+                    seconds, measuring = in_one_process(mode)
+                    ones.append(seconds)
                     twos.append(on_cluster(frame, relative, client))
-                one, two = statistics.median(ones[1:]), statistics.median(twos[1:])
-                # What Dask and this machine allow: partitions that only burn the same CPU
-                # time each, on the same cluster.
-                busy = one / frame.npartitions
-                calls = itertools.count()  # new keys for every call
-                floor = median_seconds(lambda: distributed.wait(frame.map_partitions(
-                    _burn, busy, next(calls), meta=frame._meta).persist()), repeat)
+                    # The stand-in gets the CPU time this very call took in one process.
+                    parts = frame.npartitions
+                    floors.append(on_stand_in((seconds - measuring) / parts, measuring / parts))
+                one, two, floor = (statistics.median(t[1:]) for t in (ones, twos, floors))
                 print(f"dask align {batch_count} batches, {mode}, {label}: one process "
                       f"{one:.2f} s, two workers {two:.2f} s, speed-up {one / two:.2f}x; "
                       f"CPU-only partitions of the same cost {floor:.2f} s "
