@@ -15,7 +15,7 @@ def _codes(labels):
     labels = getattr(labels, "array", labels)  # a Series: its Categorical
     if hasattr(labels, "codes") and hasattr(labels, "categories"):
         # Only the categories in use: a slice of a large column still carries all of them.
-        used, names = _in_use(labels)
+        used, names, _ = _in_use(labels)
         codes = np.asarray(labels.codes, dtype=np.int32)
         if len(used) < len(labels.categories):
             codes = np.where(codes >= 0, np.searchsorted(used, codes), -1).astype(np.int32)
@@ -31,14 +31,17 @@ def _codes(labels):
 
 
 def _in_use(labels):
-    """The categories a pandas Categorical uses, as their codes (sorted) and names. Rows of a
-    batch come one after the other: only the first code of every run is sorted."""
+    """The categories a pandas Categorical uses, as their codes (sorted), their names and a
+    row holding each. Rows of a batch come one after the other: only the first code of every
+    run is sorted."""
     codes = np.asarray(labels.codes)
     if not len(codes):
-        return codes, []
-    used = np.unique(codes[np.flatnonzero(np.r_[True, codes[1:] != codes[:-1]])])
-    used = used[used >= 0]
-    return used, [str(c) for c in labels.categories[used]]
+        return codes, [], codes
+    starts = np.flatnonzero(np.r_[True, codes[1:] != codes[:-1]])
+    used, first = np.unique(codes[starts], return_index=True)
+    keep = used >= 0
+    used = used[keep]
+    return used, [str(c) for c in labels.categories[used]], starts[first[keep]]
 
 
 def _labels(codes_names):

@@ -53,6 +53,15 @@ def test_alignment_and_summaries_on_two_workers_match_one_process(client, runs):
     # Every aligned partition keeps the categories of the partition it came from.
     middle = nd.align(frame, "Time", points=9, relative=True).partitions[1].compute()
     assert middle["batch"].dtype == frame.partitions[1].compute()["batch"].dtype
+    # Categories in another order than the rows: the batches still follow the rows.
+    def flip(part):
+        return part.assign(batch=part["batch"].cat.reorder_categories(
+            part["batch"].cat.categories[::-1]))
+
+    flipped = nd.align(frame.map_partitions(flip, meta=flip(frame._meta)), "Time", points=9,
+                       relative=True).compute()
+    assert list(flipped["batch"]) == project.align(data, "Time", points=9, relative=True,
+                                                   name="flipped").batches
 
     levels = nd.summarize(frame, stats=["Mean", "Max", "Slope"], by_phase=True,
                           maturity="Time").compute()
