@@ -30,12 +30,12 @@ def _groups(codes_names, rows, count, like=None):
         return pd.Categorical.from_codes(codes, categories=names)
     # Only the categories `like` uses are looked at (a partition's column carries those of all
     # partitions), and rows of `like` are taken, so that its categories are not checked again.
-    _, used_names, rows = _in_use(like.array)
+    _, used_names, holding = _in_use(like.array)
     where = pd.Index(used_names).get_indexer(names)
     if (where < 0).any():
         return pd.Categorical.from_codes(codes, categories=names).set_categories(
             like.cat.categories)
-    return like.array.take(rows[where][codes])
+    return like.array.take(holding[where][codes])
 
 
 def _frame(dataset, rows=None, take=False, like=None):
