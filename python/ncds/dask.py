@@ -152,6 +152,16 @@ def _combine(extents):
     return total
 
 
+def _extent(frame, maturity, points, phase_points, smooth):
+    """The measuring pass of alignment onto absolute grids: a delayed extent of all
+    partitions."""
+    import dask
+
+    return dask.delayed(_combine)([dask.delayed(_extent_partition)(part, maturity, points,
+                                                                   phase_points, False, smooth)
+                                   for part in frame.to_delayed()])
+
+
 def _align_partition(frame, maturity, points, phase_points, relative, smooth, extend, extent):
     if frame.empty:
         return frame
@@ -169,14 +179,7 @@ def align(frame, maturity, points=100, phase_points=None, relative=False, smooth
     Dask DataFrame of the aligned rows, named "<batch>@<position>". The grids span the range
     all batches reach, measured over all partitions first (a small task per partition); with
     `relative` every batch fills 0-100 % of its own range and the partitions align at once."""
-    import dask
-
-    extent = None
-    if not relative:
-        extents = [dask.delayed(_extent_partition)(part, maturity, points, phase_points,
-                                                   relative, smooth)
-                   for part in frame.to_delayed()]
-        extent = dask.delayed(_combine)(extents)
+    extent = None if relative else _extent(frame, maturity, points, phase_points, smooth)
     return frame.map_partitions(_align_partition, maturity, points, phase_points, relative,
                                 smooth, extend, extent, meta=frame._meta)
 
