@@ -124,6 +124,74 @@ TEST(DataSetAlignment, PiecesAlignOntoTheGridsOfTheWhole) {
   EXPECT_THROW(a.Apply(*first.dataSet, "partial", 2), NCError);
 }
 
+TEST(DataSetAlignment, RowsInArraysAlignAsTheirDataset) {
+  Batches data({6, 5, 4, 3, 2, 6, 4, 2, 0});  // a falling maturity: grids run downwards
+  DataSetAlignment::Rows rows;
+  rows.name = "rows";
+  rows.count = 9;
+  rows.columns = {data.dataSet->GetMatrix().ColumnData(0), data.dataSet->GetMatrix().ColumnData(1)};
+  rows.maturity = 1;
+  rows.batchStarts = {0, 5};
+  rows.batches = {"B1", "B2"};
+  std::vector<std::int32_t> phases{1, 1, 1, 0, 0, 1, 1, 0, 0};  // names not in the rows' order
+  rows.phases = phases.data();
+  rows.phaseNames = {"P2", "P1"};
+  for (const bool phaseWise : {false, true}) {
+    for (const bool relative : {false, true}) {
+      DataSetAlignment alignment(data.T(), 4);
+      if (phaseWise) alignment.SetPhasePoints({{"P1", 2}, {"P2", 3}});
+      alignment.SetRelative(relative);
+      DataSetAlignment inArrays = alignment;
+      if (phaseWise) rows.phaseNames = {"P1", "P2"}, phases = {0, 0, 0, 1, 1, 0, 0, 1, 1};
+      const DataSetAlignment::Extent extent = inArrays.Measure(rows);
+      EXPECT_EQ(extent.ranges, alignment.Measure(*data.dataSet).ranges);
+      inArrays.SetExtent(extent);
+      const DataSetAlignment::RowsResult result = inArrays.Apply(rows);
+      const auto made = alignment.Apply(*data.dataSet, "aligned", 2).dataSet;
+      const NCDataSet& aligned = *made;
+      EXPECT_EQ(result.points, phaseWise ? 5 : 4);
+      ASSERT_EQ(result.values.SizeRows(), static_cast<std::size_t>(aligned.SizeObservations()));
+      for (int c = 1; c <= 2; ++c) {
+        const float* values = result.values.ColumnData(static_cast<std::size_t>(c - 1));
+        EXPECT_EQ(Floats(values, values + result.values.SizeRows()), Column(aligned, c));
+      }
+      std::vector<std::string> names;
+      for (const std::string batch : {"B1", "B2"}) {
+        for (int j = 1; j <= result.points; ++j)
+          names.push_back(DataSetAlignment::RowName(batch, j, result.points));
+      }
+      EXPECT_EQ(names, IDs(aligned, 1));
+      std::vector<std::string> phases;
+      for (const int p : result.phases)
+        phases.push_back(rows.phaseNames[static_cast<std::size_t>(p)]);
+      EXPECT_EQ(phases, IDs(aligned, 3)) << phaseWise << relative;
+      EXPECT_EQ(inArrays.GetAligners().size(), phaseWise ? 2U : 1U);
+    }
+  }
+  // Batch starts that do not begin at row 0 or do not increase, or phases outside the names.
+  DataSetAlignment alignment(data.T(), 4);
+  for (const std::vector<std::size_t>& starts :
+       {std::vector<std::size_t>{1, 5}, {0, 0}, {0, 9}, {0}}) {
+    DataSetAlignment::Rows bad = rows;
+    bad.batchStarts = starts;
+    EXPECT_THROW(alignment.Apply(bad), InvalidArgument);
+  }
+  DataSetAlignment::Rows bad = rows;
+  phases[4] = 2;
+  EXPECT_THROW(alignment.Measure(bad), InvalidArgument);
+  phases[4] = 1;
+  bad.maturity = 2;
+  EXPECT_THROW(alignment.Apply(bad), NCError);
+  const Floats turning{0, 1, 2, 3, 4, 0, 4, 2, 6};
+  rows.columns[1] = turning.data();
+  try {
+    alignment.Apply(rows);
+    FAIL();
+  } catch (const NCError& error) {
+    EXPECT_STREQ(error.what(), "The maturity of batch B2 is not monotone.");
+  }
+}
+
 TEST(DataSetAlignment, RefusalsNameTheBatchAndAddNothing) {
   Batches rows({0, 1, 2, 3, 4, 0, 4, 2, 6});
   const std::size_t before = rows.project->GetObservations().size();

@@ -245,6 +245,10 @@ DataSetAlignment BatchCommands::MakeAlignment(NCDataSet& dataSet, const AlignCho
     throw NCError(ExceptionMessage::translate("Dataset \"{1}\" has no variable {2}.") %
                   dataSet.GetName() % choice.maturity);
   }
+  return MakeAlignment(maturity, choice);
+}
+
+DataSetAlignment BatchCommands::MakeAlignment(unsigned long maturity, const AlignChoice& choice) {
   DataSetAlignment alignment(maturity, choice.points);
   alignment.SetPhasePoints(choice.phasePoints);
   alignment.SetRelative(choice.relative);
@@ -254,18 +258,34 @@ DataSetAlignment BatchCommands::MakeAlignment(NCDataSet& dataSet, const AlignCho
   return alignment;
 }
 
-std::string BatchCommands::Align(NCDataSet& dataSet, const AlignChoice& choice,
-                                 const std::string& name, int number,
-                                 boost::shared_ptr<NCDataSet>& aligned) {
-  DataSetAlignment alignment = MakeAlignment(dataSet, choice);
-  DataSetAlignment::Result result;
+namespace {
+
+// What `apply` gives; a maturity that turns back without smoothing is refused with a hint.
+template <class Apply>
+auto WithSmoothingHint(const BatchCommands::AlignChoice& choice, Apply apply) {
   try {
-    result = alignment.Apply(dataSet, name, number);
+    return apply();
   } catch (const NCError& error) {
     if (choice.smooth || std::string(error.what()).find("monotone") == std::string::npos) throw;
     throw NCError(ExceptionMessage::translate("{1} Use --smooth to make it monotone first.") %
                   error.what());
   }
+}
+
+}  // namespace
+
+DataSetAlignment::RowsResult BatchCommands::AlignRows(const DataSetAlignment::Rows& rows,
+                                                      const AlignChoice& choice) {
+  DataSetAlignment alignment = MakeAlignment(0, choice);
+  return WithSmoothingHint(choice, [&] { return alignment.Apply(rows); });
+}
+
+std::string BatchCommands::Align(NCDataSet& dataSet, const AlignChoice& choice,
+                                 const std::string& name, int number,
+                                 boost::shared_ptr<NCDataSet>& aligned) {
+  DataSetAlignment alignment = MakeAlignment(dataSet, choice);
+  const DataSetAlignment::Result result =
+      WithSmoothingHint(choice, [&] { return alignment.Apply(dataSet, name, number); });
   aligned = result.dataSet;
   std::string line = (ExceptionMessage::translate("Aligned {1} batches onto {2} points each") %
                       result.batches % result.points)

@@ -62,6 +62,13 @@ struct AlignChoice {
 // the dataset does not have it). Throws `NCError` for a dataset without batches or without
 // the maturity.
 DataSetAlignment MakeAlignment(NCDataSet& dataSet, const AlignChoice& choice);
+// The alignment `choice` asks for, on the variable `maturity`.
+DataSetAlignment MakeAlignment(unsigned long maturity, const AlignChoice& choice);
+
+// Aligns rows held in arrays as `Align` aligns a dataset (the maturity is the rows' column
+// `rows.maturity`, not `choice.maturity`), with the same hint for a maturity that turns back.
+DataSetAlignment::RowsResult AlignRows(const DataSetAlignment::Rows& rows,
+                                       const AlignChoice& choice);
 
 // Aligns the batches of `dataSet` into a new dataset `name` numbered `number` (not yet saved,
 // returned in `aligned`); returns the line that says what was done. A maturity that turns

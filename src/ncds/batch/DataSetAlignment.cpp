@@ -7,6 +7,7 @@
 #include <memory>
 #include <ostream>
 #include <tuple>
+#include <unordered_map>
 
 #include "ncds/batch/BatchUtilities.h"
 #include "ncds/dataset/NCDataSet.h"
@@ -72,12 +73,6 @@ NCDataVector<float> Grid(float from, float to, int points) {
   return grid;
 }
 
-std::string RowName(const std::string& batch, int position, int points) {
-  const std::string digits = std::to_string(position);
-  const std::size_t width = std::max<std::size_t>(3, std::to_string(points).size());
-  return batch + "@" + std::string(width > digits.size() ? width - digits.size() : 0, '0') + digits;
-}
-
 }  // namespace
 }  // namespace ncds::detail
 
@@ -117,33 +112,140 @@ bool DataSetAlignment::operator==(const DataSetAlignment& other) const {
 }
 
 namespace ncds::detail {
+
+// The rows to align, wherever they are held: the maturity, the batches and the phase runs.
+struct Layout {
+  std::string name;  // the dataset's, for messages
+  std::size_t rowCount = 0;
+  const float* maturity = nullptr;
+  std::vector<int> batchStarts;  // the first row (from 1) of every batch, then rows + 1
+  std::vector<std::string> batchNames;
+  bool hasPhases = false;
+  std::vector<int> phaseRuns;  // the first row (from 1) of every phase run, then rows + 1
+  std::vector<int> runPhases;  // the phase of every run, an index into phaseTable
+  std::vector<std::string> phaseTable;
+  std::vector<std::string> gridPhases;  // the phases in the order of phase-wise grids
+
+  // The phase of row `row` (from 0), an index into phaseTable; -1 without phases.
+  int PhaseOf(std::size_t row) const {
+    if (!hasPhases || runPhases.empty()) return -1;
+    const auto run =
+        std::upper_bound(phaseRuns.begin(), phaseRuns.end(), static_cast<int>(row + 1));
+    return runPhases[static_cast<std::size_t>(run - phaseRuns.begin() - 1)];
+  }
+};
+
 namespace {
 
-// What aligning a dataset works from: the batches, the pieces of each batch that go onto one
-// grid (the whole batch, or its phases), and the maturity as the grids see it.
+// The layout of a dataset's rows, read from their records.
+Layout DataSetLayout(NCDataSet& source, unsigned long maturityID) {
+  Layout layout;
+  layout.name = source.GetName();
+  const boost::shared_ptr<NCProjectBase> project = source.GetProject();
+  if (!project || !source.GetBatchInfoVector()) {
+    throw NCError(ExceptionMessage::translate("Dataset \"{1}\" is not a batch dataset.") %
+                  source.GetName());
+  }
+  const NCObservations& observations = project->GetObservations();
+  const int maturityColumn = source.GetVarIDs().Find(maturityID);
+  if (maturityColumn < 0) {
+    throw NCError(
+        ExceptionMessage::translate("The maturity is not a variable of dataset \"{1}\".") %
+        source.GetName());
+  }
+  layout.maturity = source.GetMatrix().ColumnData(static_cast<std::size_t>(maturityColumn));
+  const auto& rows = source.GetObservationInfoVector();
+  layout.rowCount = rows.size();
+  const auto end = static_cast<int>(layout.rowCount) + 1;
+  layout.batchStarts = BatchUtilities::GetRunStarts(observations, rows, false);
+  layout.batchStarts.push_back(end);
+  for (std::size_t b = 0; b + 1 < layout.batchStarts.size(); ++b) {
+    const ObservationInfo* row = rows[static_cast<std::size_t>(layout.batchStarts[b] - 1)];
+    layout.batchNames.push_back(row ? row->GetBatchName(observations) : std::string());
+  }
+  layout.hasPhases = observations.GetPhaseIDRaw() > 0;
+  if (layout.hasPhases) {
+    layout.phaseRuns = BatchUtilities::GetRunStarts(observations, rows, true);
+    std::unordered_map<std::string, int> known;
+    for (const int run : layout.phaseRuns) {
+      const ObservationInfo* row = rows[static_cast<std::size_t>(run - 1)];
+      const std::string phase = row ? row->GetPhaseName(observations) : std::string();
+      const auto [at, added] = known.emplace(phase, static_cast<int>(layout.phaseTable.size()));
+      if (added) layout.phaseTable.push_back(phase);
+      layout.runPhases.push_back(at->second);
+    }
+    layout.phaseRuns.push_back(end);
+  }
+  if (source.GetPhaseInfoVector()) {
+    layout.gridPhases =
+        BatchUtilities::GetPhaseNames(*source.GetPhaseInfoVector(), false)->GetVector();
+  }
+  return layout;
+}
+
+// The layout of rows held in plain arrays.
+Layout RowsLayout(const DataSetAlignment::Rows& rows) {
+  Layout layout;
+  layout.name = rows.name;
+  layout.rowCount = rows.count;
+  if (rows.maturity >= rows.columns.size()) {
+    throw NCError(
+        ExceptionMessage::translate("The maturity is not a variable of dataset \"{1}\".") %
+        rows.name);
+  }
+  layout.maturity = rows.columns[rows.maturity];
+  const auto row = [&rows](std::size_t i) { return static_cast<int>(i) + 1; };
+  bool ordered = rows.batchStarts.size() == rows.batches.size() &&
+                 (rows.batchStarts.empty() ? rows.count == 0 : rows.batchStarts.front() == 0);
+  for (std::size_t b = 0; ordered && b < rows.batchStarts.size(); ++b) {
+    ordered = rows.batchStarts[b] <
+              (b + 1 < rows.batchStarts.size() ? rows.batchStarts[b + 1] : rows.count);
+    layout.batchStarts.push_back(row(rows.batchStarts[b]));
+  }
+  if (!ordered) throw InvalidArgument("DataSetAlignment: batches that are not runs of rows");
+  layout.batchStarts.push_back(row(rows.count));
+  layout.batchNames = rows.batches;
+  layout.hasPhases = rows.phases != nullptr;
+  if (layout.hasPhases) {
+    // A run ends where the phase or the batch changes.
+    std::size_t b = 0;
+    for (std::size_t i = 0; i < rows.count; ++i) {
+      const int phase = rows.phases[i];
+      if (phase < 0 || static_cast<std::size_t>(phase) >= rows.phaseNames.size()) {
+        throw InvalidArgument("DataSetAlignment: a phase outside the phase names");
+      }
+      const bool batchStarts = b < rows.batchStarts.size() && rows.batchStarts[b] == i;
+      if (batchStarts) ++b;
+      if (batchStarts || phase != layout.runPhases.back()) {
+        layout.phaseRuns.push_back(row(i));
+        layout.runPhases.push_back(phase);
+      }
+    }
+    layout.phaseRuns.push_back(row(rows.count));
+    layout.phaseTable = rows.phaseNames;
+    layout.gridPhases = rows.phaseNames;
+  }
+  return layout;
+}
+
+// What aligning works from: the batches, the pieces of each batch that go onto one grid (the
+// whole batch, or its phases), and the maturity as the grids see it.
 struct Plan {
-  boost::shared_ptr<NCProjectBase> project;
-  std::vector<int> batchStarts;  // the first row (from 1) of every batch, then rows + 1
-  std::vector<float> maturity;   // smoothed and rescaled as asked, kMissing where missing
+  std::vector<float> maturity;  // smoothed and rescaled as asked, kMissing where missing
   std::vector<std::string> phases{std::string()};  // one grid each
+  std::vector<int> phaseIndex{-1};                 // each grid's phase in the layout's phase table
   std::vector<int> phasePoints;
   std::vector<Segment> segments;  // segments[b * phases + p], empty where a batch lacks p
   double front = 0;  // sums of the batches' first and last valid maturity: the direction
   double back = 0;
 
-  std::size_t Batches() const { return batchStarts.size() - 1; }
-  std::string BatchName(const NCDataSet& source, std::size_t b) const {
-    const ObservationInfo* row =
-        source.GetObservationInfoVector()[static_cast<std::size_t>(batchStarts[b] - 1)];
-    return row ? row->GetBatchName(project->GetObservations()) : std::string();
-  }
+  std::size_t Batches(const Layout& layout) const { return layout.batchStarts.size() - 1; }
   // The lowest and highest maturity the segments of phase p reach (lo > hi: none).
   std::pair<float, float> Range(std::size_t p) const {
     float lo = std::numeric_limits<float>::max();
     float hi = std::numeric_limits<float>::lowest();
-    for (std::size_t b = 0; b < Batches(); ++b) {
-      const Segment& segment = segments[b * phases.size() + p];
-      for (std::size_t i = segment.begin; i < segment.end; ++i) {
+    for (std::size_t k = p; k < segments.size(); k += phases.size()) {
+      for (std::size_t i = segments[k].begin; i < segments[k].end; ++i) {
         if (maturity[i] == kMissing) continue;
         lo = std::min(lo, maturity[i]);
         hi = std::max(hi, maturity[i]);
@@ -153,22 +255,10 @@ struct Plan {
   }
 };
 
-Plan MakePlan(NCDataSet& source, unsigned long maturityID, int wholePoints,
+Plan MakePlan(Layout& layout, int wholePoints,
               const std::vector<std::pair<std::string, int>>& wantedPoints, bool relative,
               bool smooth) {
   Plan plan;
-  plan.project = source.GetProject();
-  if (!plan.project || !source.GetBatchInfoVector()) {
-    throw NCError(ExceptionMessage::translate("Dataset \"{1}\" is not a batch dataset.") %
-                  source.GetName());
-  }
-  NCObservations& observations = plan.project->GetObservations();
-  const int maturityColumn = source.GetVarIDs().Find(maturityID);
-  if (maturityColumn < 0) {
-    throw NCError(
-        ExceptionMessage::translate("The maturity is not a variable of dataset \"{1}\".") %
-        source.GetName());
-  }
   const bool phaseWise = !wantedPoints.empty();
   if (!phaseWise && wholePoints < 1) {
     throw NCError(ExceptionMessage::translate("The grid needs at least one point."));
@@ -178,24 +268,18 @@ Plan MakePlan(NCDataSet& source, unsigned long maturityID, int wholePoints,
       throw NCError(ExceptionMessage::translate("Phase {1} needs at least one point.") % phase);
     }
   }
-
-  // The batches (and phase runs) of the rows.
-  const auto& rows = source.GetObservationInfoVector();
-  const std::size_t rowCount = rows.size();
-  plan.batchStarts = BatchUtilities::GetRunStarts(observations, rows, false);
-  plan.batchStarts.push_back(static_cast<int>(rowCount) + 1);
-  const std::size_t batchCount = plan.Batches();
-  const auto batchRows = [&plan](std::size_t b) {
-    return Segment{static_cast<std::size_t>(plan.batchStarts[b] - 1),
-                   static_cast<std::size_t>(plan.batchStarts[b + 1] - 1)};
+  const std::size_t rowCount = layout.rowCount;
+  const std::size_t batchCount = plan.Batches(layout);
+  const auto batchRows = [&layout](std::size_t b) {
+    return Segment{static_cast<std::size_t>(layout.batchStarts[b] - 1),
+                   static_cast<std::size_t>(layout.batchStarts[b + 1] - 1)};
   };
 
   // The maturity, non-finite values missing, smoothed batch by batch when asked.
   std::vector<float>& maturity = plan.maturity;
   maturity.resize(rowCount);
-  const float* column = source.GetMatrix().ColumnData(static_cast<std::size_t>(maturityColumn));
   for (std::size_t i = 0; i < rowCount; ++i) {
-    maturity[i] = std::isfinite(column[i]) ? column[i] : kMissing;
+    maturity[i] = std::isfinite(layout.maturity[i]) ? layout.maturity[i] : kMissing;
   }
   std::vector<int> batchCounts(batchCount);
   for (std::size_t b = 0; b < batchCount; ++b) {
@@ -217,41 +301,45 @@ Plan MakePlan(NCDataSet& source, unsigned long maturityID, int wholePoints,
   plan.phasePoints = {wholePoints};
   if (phaseWise) {
     plan.phases.clear();
+    plan.phaseIndex.clear();
     plan.phasePoints.clear();
-    if (source.GetPhaseInfoVector()) {
-      const auto names = BatchUtilities::GetPhaseNames(*source.GetPhaseInfoVector(), false);
-      for (const std::string& phase : names->GetVector()) {
-        const auto wanted = FindPhase(wantedPoints, phase);
-        if (wanted == wantedPoints.end()) {
-          throw NCError(ExceptionMessage::translate("Phase {1} has no number of points.") % phase);
-        }
-        plan.phases.push_back(phase);
-        plan.phasePoints.push_back(wanted->second);
+    for (const std::string& phase : layout.gridPhases) {
+      const auto wanted = FindPhase(wantedPoints, phase);
+      if (wanted == wantedPoints.end()) {
+        throw NCError(ExceptionMessage::translate("Phase {1} has no number of points.") % phase);
       }
+      plan.phases.push_back(phase);
+      plan.phasePoints.push_back(wanted->second);
+      auto known = std::find(layout.phaseTable.begin(), layout.phaseTable.end(), phase);
+      if (known == layout.phaseTable.end()) {
+        known = layout.phaseTable.insert(layout.phaseTable.end(), phase);
+      }
+      plan.phaseIndex.push_back(static_cast<int>(known - layout.phaseTable.begin()));
     }
     if (plan.phases.empty()) {
-      throw NCError(ExceptionMessage::translate("Dataset \"{1}\" has no phases.") %
-                    source.GetName());
+      throw NCError(ExceptionMessage::translate("Dataset \"{1}\" has no phases.") % layout.name);
     }
   }
   const std::size_t phaseCount = plan.phases.size();
   std::vector<Segment>& segments = plan.segments;
   segments.assign(batchCount * phaseCount, Segment{0, 0});
   if (phaseWise) {
-    std::vector<int> runs = BatchUtilities::GetRunStarts(observations, rows, true);
-    runs.push_back(static_cast<int>(rowCount) + 1);
+    // Each phase of the table to its grid, or phaseCount when it has none.
+    std::vector<std::size_t> gridOf(layout.phaseTable.size(), phaseCount);
+    for (std::size_t p = 0; p < phaseCount; ++p) {
+      gridOf[static_cast<std::size_t>(plan.phaseIndex[p])] = p;
+    }
+    const std::vector<int>& runs = layout.phaseRuns;
     std::size_t b = 0;
     for (std::size_t r = 0; r + 1 < runs.size(); ++r) {
-      while (b + 1 < batchCount && runs[r] >= plan.batchStarts[b + 1]) ++b;
-      const ObservationInfo* row = rows[static_cast<std::size_t>(runs[r] - 1)];
-      const std::string phase = row ? row->GetPhaseName(observations) : std::string();
-      const std::size_t p = static_cast<std::size_t>(
-          std::find(plan.phases.begin(), plan.phases.end(), phase) - plan.phases.begin());
+      while (b + 1 < batchCount && runs[r] >= layout.batchStarts[b + 1]) ++b;
+      const auto phase = static_cast<std::size_t>(layout.runPhases[r]);
+      const std::size_t p = gridOf[phase];
       if (p == phaseCount) continue;
       Segment& segment = segments[b * phaseCount + p];
       if (segment.end > segment.begin) {
         throw NCError(ExceptionMessage::translate("Phase {1} of batch {2} is not in one piece.") %
-                      phase % plan.BatchName(source, b));
+                      layout.phaseTable[phase] % layout.batchNames[b]);
       }
       segment =
           Segment{static_cast<std::size_t>(runs[r] - 1), static_cast<std::size_t>(runs[r + 1] - 1)};
@@ -278,6 +366,16 @@ Plan MakePlan(NCDataSet& source, unsigned long maturityID, int wholePoints,
   return plan;
 }
 
+DataSetAlignment::Extent MeasurePlan(const Plan& plan) {
+  DataSetAlignment::Extent extent;
+  for (std::size_t p = 0; p < plan.phases.size(); ++p) {
+    extent.ranges.emplace_back(plan.phases[p], plan.Range(p));
+  }
+  extent.front = plan.front;
+  extent.back = plan.back;
+  return extent;
+}
+
 }  // namespace
 }  // namespace ncds::detail
 
@@ -296,27 +394,44 @@ void DataSetAlignment::Extent::Add(const Extent& other) {
 }
 
 DataSetAlignment::Extent DataSetAlignment::Measure(NCDataSet& source) const {
-  const ncds::detail::Plan plan =
-      ncds::detail::MakePlan(source, mMaturityID, mPoints, mPhasePoints, mRelative, mSmooth);
-  Extent extent;
-  for (std::size_t p = 0; p < plan.phases.size(); ++p) {
-    extent.ranges.emplace_back(plan.phases[p], plan.Range(p));
-  }
-  extent.front = plan.front;
-  extent.back = plan.back;
-  return extent;
+  namespace d = ncds::detail;
+  d::Layout layout = d::DataSetLayout(source, mMaturityID);
+  return d::MeasurePlan(d::MakePlan(layout, mPoints, mPhasePoints, mRelative, mSmooth));
 }
 
-DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::string& name,
-                                                 int number) {
+DataSetAlignment::Extent DataSetAlignment::Measure(const Rows& rows) const {
+  namespace d = ncds::detail;
+  d::Layout layout = d::RowsLayout(rows);
+  return d::MeasurePlan(d::MakePlan(layout, mPoints, mPhasePoints, mRelative, mSmooth));
+}
+
+std::string DataSetAlignment::RowName(const std::string& batch, int position, int points) {
+  const std::string digits = std::to_string(position);
+  const std::size_t width = std::max<std::size_t>(3, std::to_string(points).size());
+  return batch + "@" + std::string(width > digits.size() ? width - digits.size() : 0, '0') + digits;
+}
+
+namespace ncds::detail {
+
+// What the aligning of a layout gives, before it becomes a dataset or arrays.
+struct AlignedRows {
+  NCDataMatrix<float> values;
+  std::vector<int> phases;  // every aligned row's phase in the layout's table; empty without
+  int points = 0;
+  int shortBatches = 0;
+  int missingBatches = 0;
+};
+
+}  // namespace ncds::detail
+
+ncds::detail::AlignedRows DataSetAlignment::AlignLayout(ncds::detail::Layout& layout,
+                                                        const std::vector<const float*>& columns,
+                                                        const std::vector<bool>& qualitative) {
   namespace d = ncds::detail;
   using d::kMissing;
-  const d::Plan plan = d::MakePlan(source, mMaturityID, mPoints, mPhasePoints, mRelative, mSmooth);
-  const boost::shared_ptr<NCProjectBase>& project = plan.project;
-  NCObservations& observations = project->GetObservations();
-  const auto& rows = source.GetObservationInfoVector();
-  const std::size_t rowCount = rows.size();
-  const std::size_t batchCount = plan.Batches();
+  const d::Plan plan = d::MakePlan(layout, mPoints, mPhasePoints, mRelative, mSmooth);
+  const std::size_t rowCount = layout.rowCount;
+  const std::size_t batchCount = plan.Batches(layout);
   const std::vector<float>& maturity = plan.maturity;
   const std::vector<std::string>& phases = plan.phases;
   const std::vector<int>& phasePoints = plan.phasePoints;
@@ -327,7 +442,7 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
       mRelative || (mExtent ? mExtent->back >= mExtent->front : plan.back >= plan.front);
 
   // One grid per phase over the range its segments reach.
-  Result result;
+  d::AlignedRows result;
   std::vector<std::size_t> offsets(phaseCount);
   mAligners.clear();
   for (std::size_t p = 0; p < phaseCount; ++p) {
@@ -352,43 +467,42 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
     mAligners.emplace_back(phases[p], BatchAligner(grid, ascending, mExtend));
   }
 
-  // Align every segment: the columns, and the row positions, whose nearest row gives the
-  // levels of qualitative columns and the phase of the new row.
-  const NCIntegralVector<unsigned long, 0> varIDs = source.GetVarIDs();
-  const std::size_t columns = varIDs.size();
+  // Align every segment: the columns and, when the levels of qualitative columns or the
+  // phases of the new rows come from their nearest row, the row positions.
+  const std::size_t columnCount = columns.size();
   const std::size_t points = static_cast<std::size_t>(result.points);
-  std::vector<bool> qualitative(columns);
-  for (std::size_t c = 0; c < columns; ++c) {
-    const VariableInfo* variable = project->GetVariables()[varIDs[c]];
-    qualitative[c] = variable && variable->IsQualitative();
-  }
-  NCDataMatrix<float> aligned(batchCount * points, columns);
-  std::vector<float> nearest(batchCount * points, kMissing);
-  std::vector<float> positions(rowCount);
-  for (std::size_t i = 0; i < rowCount; ++i) positions[i] = static_cast<float>(i);
-  std::vector<const float*> in(columns + 1);
-  std::vector<float*> out(columns + 1);
-  const NCDataMatrix<float>& data = source.GetMatrix();
+  const bool byNearest =
+      (layout.hasPhases && !phaseWise) ||
+      std::find(qualitative.begin(), qualitative.end(), true) != qualitative.end();
+  NCDataMatrix<float> aligned(batchCount * points, columnCount);
+  std::vector<float> nearest(byNearest ? batchCount * points : 0, kMissing);
+  std::vector<float> positions(byNearest ? rowCount : 0);
+  for (std::size_t i = 0; i < positions.size(); ++i) positions[i] = static_cast<float>(i);
+  const std::size_t alignedCount = columnCount + (byNearest ? 1 : 0);
+  std::vector<const float*> in(alignedCount);
+  std::vector<float*> out(alignedCount);
   for (std::size_t b = 0; b < batchCount; ++b) {
     bool isShort = false;
     bool isMissing = false;
     for (std::size_t p = 0; p < phaseCount; ++p) {
       const d::Segment& segment = segments[b * phaseCount + p];
       const std::size_t at = b * points + offsets[p];
-      for (std::size_t c = 0; c < columns; ++c) {
-        in[c] = data.ColumnData(c) + segment.begin;
+      for (std::size_t c = 0; c < columnCount; ++c) {
+        in[c] = columns[c] + segment.begin;
         out[c] = aligned.ColumnData(c) + at;
       }
-      in[columns] = positions.data() + segment.begin;
-      out[columns] = nearest.data() + at;
+      if (byNearest) {
+        in[columnCount] = positions.data() + segment.begin;
+        out[columnCount] = nearest.data() + at;
+      }
       const BatchAligner& aligner = mAligners[p].second;
       try {
-        aligner.AlignColumns(in.data(), columns + 1, maturity.data() + segment.begin,
+        aligner.AlignColumns(in.data(), alignedCount, maturity.data() + segment.begin,
                              static_cast<int>(segment.end - segment.begin), out.data());
       } catch (const NCError&) {
         mAligners.clear();
         throw NCError(ExceptionMessage::translate("The maturity of batch {1} is not monotone.") %
-                      plan.BatchName(source, b));
+                      layout.batchNames[b]);
       }
       float first = 0;
       float last = 0;
@@ -403,15 +517,58 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
     result.shortBatches += isShort && !isMissing ? 1 : 0;
     result.missingBatches += isMissing ? 1 : 0;
   }
-  for (std::size_t c = 0; c < columns; ++c) {
+  for (std::size_t c = 0; c < columnCount; ++c) {
     if (!qualitative[c]) continue;
     float* values = aligned.ColumnData(c);
-    const float* codes = data.ColumnData(c);
+    const float* codes = columns[c];
     for (std::size_t r = 0; r < nearest.size(); ++r) {
       values[r] = nearest[r] == kMissing ? kMissing
                                          : codes[static_cast<std::size_t>(std::lround(nearest[r]))];
     }
   }
+
+  // The phase of every new row: its grid's, or that of its nearest row (rows past a batch's
+  // end keep the last phase seen, the first row's at the start).
+  if (layout.hasPhases) {
+    result.phases.resize(batchCount * points);
+    for (std::size_t b = 0; b < batchCount; ++b) {
+      int lastPhase = layout.PhaseOf(static_cast<std::size_t>(layout.batchStarts[b] - 1));
+      for (std::size_t j = 0; j < points; ++j) {
+        const std::size_t r = b * points + j;
+        if (phaseWise) {
+          const std::size_t p = static_cast<std::size_t>(
+              std::upper_bound(offsets.begin(), offsets.end(), j) - offsets.begin() - 1);
+          result.phases[r] = plan.phaseIndex[p];
+        } else {
+          if (nearest[r] != kMissing) {
+            lastPhase = layout.PhaseOf(static_cast<std::size_t>(std::lround(nearest[r])));
+          }
+          result.phases[r] = lastPhase;
+        }
+      }
+    }
+  }
+  result.values = std::move(aligned);
+  return result;
+}
+
+DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::string& name,
+                                                 int number) {
+  namespace d = ncds::detail;
+  d::Layout layout = d::DataSetLayout(source, mMaturityID);
+  const boost::shared_ptr<NCProjectBase> project = source.GetProject();
+  NCObservations& observations = project->GetObservations();
+  const NCIntegralVector<unsigned long, 0> varIDs = source.GetVarIDs();
+  std::vector<const float*> columns(varIDs.size());
+  std::vector<bool> qualitative(varIDs.size());
+  for (std::size_t c = 0; c < varIDs.size(); ++c) {
+    columns[c] = source.GetMatrix().ColumnData(c);
+    const VariableInfo* variable = project->GetVariables()[varIDs[c]];
+    qualitative[c] = variable && variable->IsQualitative();
+  }
+  d::AlignedRows aligned = AlignLayout(layout, columns, qualitative);
+  const std::size_t batchCount = layout.batchStarts.size() - 1;
+  const auto points = static_cast<std::size_t>(aligned.points);
 
   // The new rows' records, then the dataset; the records go again should that fail.
   const int batchSeries = observations.GetBatchIDRaw();
@@ -421,32 +578,21 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
   infos.reserve(batchCount * points);
   observations.Reserve(batchCount * points);
   NCIntegralVector<unsigned long, 0> added;
+  Result result;
   try {
     std::vector<std::string> ids(idCount);
     for (std::size_t b = 0; b < batchCount; ++b) {
-      const std::string batch = plan.BatchName(source, b);
-      // Rows past a batch's end keep the last phase seen, the first row's at the start.
-      const ObservationInfo* head = rows[static_cast<std::size_t>(plan.batchStarts[b] - 1)];
-      std::string lastPhase = head && phaseSeries > 0 ? head->GetPhaseName(observations) : "";
+      const std::string& batch = layout.batchNames[b];
       for (std::size_t j = 0; j < points; ++j) {
         std::fill(ids.begin(), ids.end(), std::string());
-        ids[0] = d::RowName(batch, static_cast<int>(j + 1), result.points);
+        ids[0] = RowName(batch, static_cast<int>(j + 1), aligned.points);
         if (batchSeries > 0) ids[static_cast<std::size_t>(batchSeries - 1)] = batch;
         if (phaseSeries > 0) {
-          std::string phase;
-          if (phaseWise) {
-            const std::size_t p = static_cast<std::size_t>(
-                std::upper_bound(offsets.begin(), offsets.end(), j) - offsets.begin() - 1);
-            phase = phases[p];
-          } else {
-            if (nearest[b * points + j] != kMissing) {
-              const ObservationInfo* row =
-                  rows[static_cast<std::size_t>(std::lround(nearest[b * points + j]))];
-              if (row) lastPhase = row->GetPhaseName(observations);
-            }
-            phase = lastPhase;
+          const int phase = aligned.phases[b * points + j];
+          if (phase >= 0) {
+            ids[static_cast<std::size_t>(phaseSeries - 1)] =
+                layout.phaseTable[static_cast<std::size_t>(phase)];
           }
-          ids[static_cast<std::size_t>(phaseSeries - 1)] = phase;
         }
         const unsigned long id = project->CreateUniqueID();
         infos.push_back(observations.Add(std::make_unique<ObservationInfo>(ids, id), nullptr));
@@ -464,7 +610,7 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
     const std::string log = (ExceptionMessage::translate("Aligned from dataset {1} \"{2}\".") %
                              source.GetNumber() % source.GetName())
                                 .str();
-    result.dataSet = NCDataSet::Create(project, name.c_str(), number, std::move(aligned),
+    result.dataSet = NCDataSet::Create(project, name.c_str(), number, std::move(aligned.values),
                                        std::move(infos), &varIDs, aliases,
                                        source.GetUsedVarAliases(), log.c_str(), nullptr, nullptr);
     BatchUtilities::MakeBatchDataSet(*result.dataSet, batchSeries, std::max(phaseSeries, 0));
@@ -475,7 +621,25 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
     observations.DeleteVarObsInfos(added);
     throw;
   }
-  result.batches = static_cast<int>(batchCount);
+  result.batches = static_cast<int>(layout.batchStarts.size() - 1);
+  result.points = aligned.points;
+  result.shortBatches = aligned.shortBatches;
+  result.missingBatches = aligned.missingBatches;
+  return result;
+}
+
+DataSetAlignment::RowsResult DataSetAlignment::Apply(const Rows& rows) {
+  namespace d = ncds::detail;
+  d::Layout layout = d::RowsLayout(rows);
+  d::AlignedRows aligned =
+      AlignLayout(layout, rows.columns, std::vector<bool>(rows.columns.size(), false));
+  RowsResult result;
+  result.values = std::move(aligned.values);
+  result.phases = std::move(aligned.phases);
+  result.batches = static_cast<int>(layout.batchStarts.size() - 1);
+  result.points = aligned.points;
+  result.shortBatches = aligned.shortBatches;
+  result.missingBatches = aligned.missingBatches;
   return result;
 }
 

@@ -33,6 +33,7 @@
 // count, then per phase its name, its points and the "Aligner" stream).
 
 #include <boost/shared_ptr.hpp>
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
@@ -46,6 +47,11 @@
 #include "ncds/ncds_export.h"
 
 class NCDataSet;
+
+namespace ncds::detail {
+struct Layout;
+struct AlignedRows;
+}  // namespace ncds::detail
 
 class NCDS_EXPORT DataSetAlignment : public VStreamBase {
  public:
@@ -67,6 +73,32 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
     double back = 0;
     // Widens this extent by `other` (phases it lacks are appended).
     void Add(const Extent& other);
+  };
+
+  // Batches held outside a dataset, in plain arrays (a partition of a cluster's data, say):
+  // aligned as a dataset of these rows, all of them quantitative, would be, without a record
+  // per row. The maturity is column `maturity`, not the variable of the alignment.
+  struct Rows {
+    std::string name;                      // what messages call the rows, as a dataset's name
+    std::size_t count = 0;                 // rows
+    std::vector<const float*> columns;     // `count` values each, -99 for missing
+    std::size_t maturity = 0;              // the column that holds the maturity
+    std::vector<std::size_t> batchStarts;  // the first row (from 0) of every batch, increasing
+    std::vector<std::string> batches;      // every batch's name
+    const std::int32_t* phases = nullptr;  // every row's phase, an index into phaseNames; null:
+                                           // no phases
+    std::vector<std::string> phaseNames;   // in the order of phase-wise grids
+  };
+
+  // What `Apply` made of `Rows`: the rows of the aligned dataset, as arrays (`RowName` names
+  // them).
+  struct RowsResult {
+    NCDataMatrix<float> values;        // `points` rows per batch, the columns of the input
+    std::vector<std::int32_t> phases;  // every row's phase (-1: none); empty without phases
+    int batches = 0;
+    int points = 0;
+    int shortBatches = 0;
+    int missingBatches = 0;
   };
 
   // Aligns on the variable `maturityID` onto `points` points.
@@ -93,6 +125,7 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
 
   // What the grids of `Apply` on `source` would span, without aligning; throws as `Apply`.
   Extent Measure(NCDataSet& source) const;
+  Extent Measure(const Rows& rows) const;
   // Grids over `extent` (from `Measure`) instead of the range the batches reach; none: measure.
   const std::optional<Extent>& GetExtent() const { return mExtent; }
   void SetExtent(std::optional<Extent> extent) { mExtent = std::move(extent); }
@@ -104,6 +137,12 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
   // maturity that turns back in a batch (naming the first such batch), and a phase the extent
   // set does not cover; nothing is added to the project then.
   Result Apply(NCDataSet& source, const std::string& name, int number);
+  // The same for rows in arrays; throws as above, and `InvalidArgument` for batch starts that
+  // are not increasing from row 0 or a phase outside the names.
+  RowsResult Apply(const Rows& rows);
+
+  // The name of the aligned row at `position` (from 1) of `batch`, on a grid of `points`.
+  static std::string RowName(const std::string& batch, int position, int points);
 
   bool operator==(const DataSetAlignment& other) const;
 
@@ -119,6 +158,10 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
 
  private:
   bool ReadStreamDirectory(std::istream& is);
+  // Sets the aligners and aligns `columns` of the layout's rows.
+  ncds::detail::AlignedRows AlignLayout(ncds::detail::Layout& layout,
+                                        const std::vector<const float*>& columns,
+                                        const std::vector<bool>& qualitative);
 
   VStreamGuard mGuard;
   unsigned long mMaturityID;
