@@ -16,7 +16,8 @@ measures and aligns the partitions onto the common grids: the result is the sing
 import numpy as np
 import pandas as pd
 
-from .project import Project, _filled, _in_use, open as open_project
+from . import _ncds
+from .project import Project, _align_choice, _filled, _in_use, open as open_project
 
 _KEYS = ["batch", "phase", "observation"]
 
@@ -131,11 +132,56 @@ def from_projects(paths, dataset, batches_per_partition=100):
     return dd.from_delayed(parts, meta=meta)
 
 
+class _Layout:
+    """A partition as the arrays the library's row aligner takes: its variables' values, the
+    first row and name of every batch, and every row's phase (in order of first appearance, as
+    a dataset of these rows lists its phases)."""
+
+    def __init__(self, frame, columns):
+        batch, phase = frame["batch"].array, frame["phase"].array
+        batch_codes, phase_codes = np.asarray(batch.codes), np.asarray(phase.codes)
+        self.columns = columns
+        self.values = [frame[c].to_numpy(dtype=np.float32) for c in columns]  # views
+        self.starts = np.flatnonzero(np.r_[True, batch_codes[1:] != batch_codes[:-1]])
+        self.batches = [str(c) for c in batch.categories[batch_codes[self.starts]]]
+        runs = np.flatnonzero(np.r_[True, phase_codes[1:] != phase_codes[:-1]])
+        used, first = np.unique(phase_codes[runs], return_index=True)
+        order = np.argsort(first)
+        self.phase_codes = phase_codes[runs[first[order]]]  # every phase's category
+        rank = np.zeros(len(phase.categories), dtype=np.int32)
+        rank[used[order]] = np.arange(len(used), dtype=np.int32)
+        self.phases = rank[phase_codes]
+        self.phase_names = [str(c) for c in phase.categories[used[order]]]
+        # Rows without a batch or phase, batches in several runs, and names that only differ
+        # in type go the dataset's way, which knows what to make of them.
+        self.usable = (len(batch_codes) and batch_codes.min() >= 0 and phase_codes.min() >= 0
+                       and len(set(self.batches)) == len(self.batches)
+                       and len(set(self.phase_names)) == len(self.phase_names))
+
+    def arguments(self, maturity, choice):
+        return (self.values, self.columns.index(maturity), self.starts, self.batches,
+                self.phases, self.phase_names, choice)
+
+
+def _layout(frame, maturity, columns=None):
+    """The partition's `_Layout` over `columns` (all variables by default), or None when the
+    row aligner cannot take it."""
+    columns = columns or [c for c in frame.columns if c not in _KEYS]
+    if maturity not in columns:
+        return None
+    layout = _Layout(frame, columns)
+    return layout if layout.usable else None
+
+
 def _extent_partition(frame, maturity, points, phase_points, relative, smooth):
     """What the grids would span over the batches of one partition (None for no rows): only the
     maturity column is needed."""
     if frame.empty:
         return None
+    choice = _align_choice(maturity, points, phase_points, relative, smooth, False)
+    layout = _layout(frame, maturity, [maturity])
+    if layout is not None:
+        return _ncds.Project.align_rows_extent(*layout.arguments(maturity, choice))
     columns = _KEYS + [maturity] if maturity in frame.columns else list(frame.columns)
     project, data = _dataset(frame[columns])
     return project.align_extent(data, maturity, points=points, phase_points=phase_points,
@@ -165,11 +211,26 @@ def _extent(frame, maturity, points, phase_points, smooth):
 def _align_partition(frame, maturity, points, phase_points, relative, smooth, extend, extent):
     if frame.empty:
         return frame
-    project, data = _dataset(frame)
-    aligned = project.align(data, maturity, points=points, phase_points=phase_points,
-                            relative=relative, smooth=smooth, extend=extend, name="aligned",
-                            extent=extent)
-    return _frame(aligned, take=True, like=frame)
+    layout = _layout(frame, maturity)
+    if layout is None:
+        project, data = _dataset(frame)
+        aligned = project.align(data, maturity, points=points, phase_points=phase_points,
+                                relative=relative, smooth=smooth, extend=extend, name="aligned",
+                                extent=extent)
+        return _frame(aligned, take=True, like=frame)
+    choice = _align_choice(maturity, points, phase_points, relative, smooth, extend)
+    choice.extent = extent
+    values, phases, names = _ncds.Project.align_rows(*layout.arguments(maturity, choice))
+    per_batch = len(names) // len(layout.starts)
+    aligned = pd.DataFrame(values, columns=layout.columns, copy=False)
+    # The batch and phase columns in the input's categories (its dtype: nothing to check).
+    batch, phase = frame["batch"].array, frame["phase"].array
+    batches = np.repeat(np.asarray(batch.codes)[layout.starts], per_batch)
+    aligned.insert(0, "batch", pd.Categorical.from_codes(batches, dtype=batch.dtype))
+    aligned.insert(1, "phase", pd.Categorical.from_codes(layout.phase_codes[phases],
+                                                         dtype=phase.dtype))
+    aligned.insert(2, "observation", names)
+    return aligned
 
 
 def align(frame, maturity, points=100, phase_points=None, relative=False, smooth=False,

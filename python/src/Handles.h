@@ -3,6 +3,7 @@
 
 // What the extension hands to Python: a project, and a loaded dataset with its project.
 
+#include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
 #include <boost/shared_ptr.hpp>
@@ -46,6 +47,11 @@ NCDataSet& Own(const ProjectHandle& handle, const DataSetHandle& data);
 
 // The number of the dataset `which` names: a number, or a name.
 int FindDataSet(const NCProject& project, const pybind11::object& which);
+
+// A (rows, columns) array over `matrix`'s cells (columns contiguous, CapacityRows() floats
+// apart), kept alive by `owner`.
+pybind11::array_t<float> MatrixArray(const NCDataMatrix<float>& matrix,
+                                     const pybind11::capsule& owner);
 
 // Adds the tool's operations (import, export, batch edits, align, summarize, merge, derive,
 // center, fingerprint) to the two classes.

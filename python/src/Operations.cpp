@@ -7,6 +7,8 @@
 #include <pybind11/stl.h>
 
 #include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -110,6 +112,36 @@ auto Run(const py::object& progress, Work work) {
   }
   sink.Rethrow();
   return std::move(result->value);
+}
+
+using Column = py::array_t<float, py::array::c_style | py::array::forcecast>;
+using Codes = py::array_t<std::int32_t, py::array::c_style | py::array::forcecast>;
+
+// Rows in arrays for the aligner: `columns` (of the same length) must outlive them.
+DataSetAlignment::Rows RowsOf(const std::vector<Column>& columns, std::size_t maturity,
+                              std::vector<std::size_t> batchStarts,
+                              std::vector<std::string> batches, const Codes& phases,
+                              std::vector<std::string> phaseNames) {
+  DataSetAlignment::Rows rows;
+  rows.name = "partition";
+  rows.count = columns.empty() ? 0 : static_cast<std::size_t>(columns.front().size());
+  for (const Column& column : columns) {
+    if (column.ndim() != 1 || static_cast<std::size_t>(column.size()) != rows.count) {
+      throw NCError(ExceptionMessage::translate("The columns must be of the same length."));
+    }
+    rows.columns.push_back(column.data());
+  }
+  rows.maturity = maturity;
+  rows.batchStarts = std::move(batchStarts);
+  rows.batches = std::move(batches);
+  if (phases.size() > 0) {
+    if (static_cast<std::size_t>(phases.size()) != rows.count) {
+      throw NCError(ExceptionMessage::translate("Every row needs a phase."));
+    }
+    rows.phases = phases.data();
+  }
+  rows.phaseNames = std::move(phaseNames);
+  return rows;
 }
 
 // Edits `data` with `edit` (returning a log), saves it and answers the log.
@@ -245,6 +277,62 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           py::arg("dataset"), py::arg("choice"),
           "What the grids of `align` would span on this dataset, to be combined with other "
           "pieces' and given back as `choice.extent`.")
+      .def_static(
+          "align_rows",
+          [](const std::vector<Column>& values, std::size_t maturity,
+             std::vector<std::size_t> batchStarts, std::vector<std::string> batches,
+             const Codes& phases, std::vector<std::string> phaseNames, const AlignChoice& choice) {
+            const DataSetAlignment::Rows rows =
+                RowsOf(values, maturity, std::move(batchStarts), std::move(batches), phases,
+                       std::move(phaseNames));
+            auto aligned = std::make_unique<DataSetAlignment::RowsResult>();
+            {
+              py::gil_scoped_release release;
+              *aligned = tool::BatchCommands::AlignRows(rows, choice);
+            }
+            // The names straight into an object array, the values and phases over the result.
+            const std::size_t count =
+                rows.batches.size() * static_cast<std::size_t>(aligned->points);
+            py::array names(py::dtype("object"),
+                            py::array::ShapeContainer{static_cast<py::ssize_t>(count)});
+            auto** name = static_cast<PyObject**>(names.mutable_data());
+            for (const std::string& batch : rows.batches) {
+              for (int j = 1; j <= aligned->points; ++j, ++name) {
+                Py_XDECREF(*name);
+                *name =
+                    py::str(DataSetAlignment::RowName(batch, j, aligned->points)).release().ptr();
+              }
+            }
+            const DataSetAlignment::RowsResult& result = *aligned;
+            const py::capsule owner(aligned.release(), [](void* p) {
+              delete static_cast<DataSetAlignment::RowsResult*>(p);
+            });
+            py::array array = MatrixArray(result.values, owner);
+            py::array phaseCodes = py::array_t<std::int32_t>(
+                static_cast<py::ssize_t>(result.phases.size()), result.phases.data(), owner);
+            return py::make_tuple(array, phaseCodes, names);
+          },
+          py::arg("values"), py::arg("maturity"), py::arg("batch_starts"), py::arg("batches"),
+          py::arg("phases"), py::arg("phase_names"), py::arg("choice"),
+          "Aligns rows held in arrays as `align` aligns a dataset of them, without making one: "
+          "`values` (a list of columns), the maturity's column, the first row of every batch and "
+          "its name, every row's phase (an index into `phase_names`; empty: no phases). "
+          "Answers the aligned values, every aligned row's phase and every aligned row's name "
+          "(an object array).")
+      .def_static(
+          "align_rows_extent",
+          [](const std::vector<Column>& values, std::size_t maturity,
+             std::vector<std::size_t> batchStarts, std::vector<std::string> batches,
+             const Codes& phases, std::vector<std::string> phaseNames, const AlignChoice& choice) {
+            const DataSetAlignment::Rows rows =
+                RowsOf(values, maturity, std::move(batchStarts), std::move(batches), phases,
+                       std::move(phaseNames));
+            py::gil_scoped_release release;
+            return tool::BatchCommands::MakeAlignment(0, choice).Measure(rows);
+          },
+          py::arg("values"), py::arg("maturity"), py::arg("batch_starts"), py::arg("batches"),
+          py::arg("phases"), py::arg("phase_names"), py::arg("choice"),
+          "What the grids of `align_rows` would span on these rows.")
       .def(
           "summarize",
           [](const ProjectHandle& h, const DataSetHandle& d, const SummaryChoice& choice,

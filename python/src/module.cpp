@@ -70,6 +70,17 @@ NCDataSet& Own(const ProjectHandle& handle, const DataSetHandle& data) {
   return *data.dataSet;
 }
 
+py::array_t<float> MatrixArray(const NCDataMatrix<float>& matrix, const py::capsule& owner) {
+  const auto rows = static_cast<py::ssize_t>(matrix.SizeRows());
+  const auto columns = static_cast<py::ssize_t>(matrix.SizeColumns());
+  const auto stride = static_cast<py::ssize_t>(matrix.CapacityRows() * sizeof(float));
+  const float* cells = rows > 0 && columns > 0 ? matrix.ColumnData(0) : nullptr;
+  static const float kEmpty = 0;
+  return py::array_t<float>(
+      {rows, columns}, {static_cast<py::ssize_t>(sizeof(float)), std::max<py::ssize_t>(stride, 4)},
+      cells ? cells : &kEmpty, owner);
+}
+
 namespace {
 
 constexpr int kBatchDataType = 32;
@@ -106,19 +117,6 @@ void Save(const ProjectHandle& handle, const DataSetHandle& data) {
   Own(handle, data);
   py::gil_scoped_release release;
   SaveOrThrow(project, data.dataSet);
-}
-
-// A (rows, columns) array over `matrix`'s cells (columns contiguous, CapacityRows() floats
-// apart), kept alive by `owner`.
-py::array_t<float> MatrixArray(const NCDataMatrix<float>& matrix, const py::capsule& owner) {
-  const auto rows = static_cast<py::ssize_t>(matrix.SizeRows());
-  const auto columns = static_cast<py::ssize_t>(matrix.SizeColumns());
-  const auto stride = static_cast<py::ssize_t>(matrix.CapacityRows() * sizeof(float));
-  const float* cells = rows > 0 && columns > 0 ? matrix.ColumnData(0) : nullptr;
-  static const float kEmpty = 0;
-  return py::array_t<float>(
-      {rows, columns}, {static_cast<py::ssize_t>(sizeof(float)), std::max<py::ssize_t>(stride, 4)},
-      cells ? cells : &kEmpty, owner);
 }
 
 // The matrix as a read-only view, whose base keeps the dataset (and its project) alive.

@@ -6,6 +6,7 @@ import pytest
 import ncds
 
 distributed = pytest.importorskip("distributed")
+import dask.dataframe as dd  # noqa: E402
 import ncds.dask as nd  # noqa: E402
 
 
@@ -62,6 +63,16 @@ def test_alignment_and_summaries_on_two_workers_match_one_process(client, runs):
                        relative=True).compute()
     assert list(flipped["batch"]) == project.align(data, "Time", points=9, relative=True,
                                                    name="flipped").batches
+
+    # A batch whose rows are not together aligns as a dataset of those rows does.
+    part = frame.partitions[0].compute()
+    split = part.iloc[np.r_[0:10, 20:41, 10:20]]  # B00, B01, the rest of B00
+    aligned = nd.align(dd.from_pandas(split, npartitions=1, sort=False), "Time", points=9,
+                       relative=True).compute()
+    alone = project.add_matrix(split[["Time", "Temp", "pH"]].to_numpy(), ["Time", "Temp", "pH"],
+                               batches=list(split["batch"]), phases=list(split["phase"]))
+    assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32),
+                          project.align(alone, "Time", points=9, relative=True).values)
 
     levels = nd.summarize(frame, stats=["Mean", "Max", "Slope"], by_phase=True,
                           maturity="Time").compute()
