@@ -194,7 +194,7 @@ Layout RowsLayout(const DataSetAlignment::Rows& rows) {
         rows.name);
   }
   layout.maturity = rows.columns[rows.maturity];
-  const auto row = [&rows](std::size_t i) { return static_cast<int>(i) + 1; };
+  const auto row = [](std::size_t i) { return static_cast<int>(i) + 1; };  // from 1
   bool ordered = rows.batchStarts.size() == rows.batches.size() &&
                  (rows.batchStarts.empty() ? rows.count == 0 : rows.batchStarts.front() == 0);
   for (std::size_t b = 0; ordered && b < rows.batchStarts.size(); ++b) {
