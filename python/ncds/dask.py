@@ -222,15 +222,16 @@ def _align_partition(frame, maturity, points, phase_points, relative, smooth, ex
     choice.extent = extent
     values, phases, names = _ncds.Project.align_rows(*layout.arguments(maturity, choice))
     per_batch = len(names) // len(layout.starts)
-    aligned = pd.DataFrame(values, columns=layout.columns, copy=False)
-    # The batch and phase columns in the input's categories (its dtype: nothing to check).
+    # The batch and phase columns in the input's categories (its dtype: nothing to check); the
+    # variables are columns of the aligned matrix, not copies. Built at once, as inserting
+    # columns one by one rebuilds the frame's index each time.
     batch, phase = frame["batch"].array, frame["phase"].array
     batches = np.repeat(np.asarray(batch.codes)[layout.starts], per_batch)
-    aligned.insert(0, "batch", pd.Categorical.from_codes(batches, dtype=batch.dtype))
-    aligned.insert(1, "phase", pd.Categorical.from_codes(layout.phase_codes[phases],
-                                                         dtype=phase.dtype))
-    aligned.insert(2, "observation", names)
-    return aligned
+    columns = {"batch": pd.Categorical.from_codes(batches, dtype=batch.dtype),
+               "phase": pd.Categorical.from_codes(layout.phase_codes[phases], dtype=phase.dtype),
+               "observation": names}
+    columns.update((name, values[:, j]) for j, name in enumerate(layout.columns))
+    return pd.DataFrame(columns, copy=False)
 
 
 def align(frame, maturity, points=100, phase_points=None, relative=False, smooth=False,

@@ -290,17 +290,26 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
               py::gil_scoped_release release;
               *aligned = tool::BatchCommands::AlignRows(rows, choice);
             }
-            // The names straight into an object array, the values and phases over the result.
+            // The names straight into an object array, each built in one reused buffer; the
+            // values and phases over the result.
             const std::size_t count =
                 rows.batches.size() * static_cast<std::size_t>(aligned->points);
             py::array names(py::dtype("object"),
                             py::array::ShapeContainer{static_cast<py::ssize_t>(count)});
-            auto** name = static_cast<PyObject**>(names.mutable_data());
+            std::vector<std::string> suffixes;
+            for (int j = 1; j <= aligned->points; ++j) {
+              suffixes.push_back(DataSetAlignment::RowSuffix(j, aligned->points));
+            }
+            auto** slot = static_cast<PyObject**>(names.mutable_data());
+            std::string name;
             for (const std::string& batch : rows.batches) {
-              for (int j = 1; j <= aligned->points; ++j, ++name) {
-                Py_XDECREF(*name);
-                *name =
-                    py::str(DataSetAlignment::RowName(batch, j, aligned->points)).release().ptr();
+              for (const std::string& suffix : suffixes) {
+                name.assign(batch).append(suffix);
+                PyObject* text =
+                    PyUnicode_FromStringAndSize(name.data(), static_cast<py::ssize_t>(name.size()));
+                if (text == nullptr) throw py::error_already_set();
+                Py_XDECREF(*slot);
+                *slot++ = text;
               }
             }
             const DataSetAlignment::RowsResult& result = *aligned;

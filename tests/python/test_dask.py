@@ -26,7 +26,7 @@ def runs():
     for b in range(12):
         length = 20 + b
         for k in range(length):
-            batches.append(f"B{b:02d}")
+            batches.append(f"B{b:02d}" if b != 7 else "B07-Kühler")  # names are UTF-8
             phases.append("Growth" if k < length // 2 else "Feed")
             rows.append([k * (1.0 + 0.1 * b), rng.normal(30, 1), rng.normal(7, 0.1)])
     values = np.array(rows)

@@ -405,10 +405,14 @@ DataSetAlignment::Extent DataSetAlignment::Measure(const Rows& rows) const {
   return d::MeasurePlan(d::MakePlan(layout, mPoints, mPhasePoints, mRelative, mSmooth));
 }
 
-std::string DataSetAlignment::RowName(const std::string& batch, int position, int points) {
+std::string DataSetAlignment::RowSuffix(int position, int points) {
   const std::string digits = std::to_string(position);
   const std::size_t width = std::max<std::size_t>(3, std::to_string(points).size());
-  return batch + "@" + std::string(width > digits.size() ? width - digits.size() : 0, '0') + digits;
+  return "@" + std::string(width > digits.size() ? width - digits.size() : 0, '0') + digits;
+}
+
+std::string DataSetAlignment::RowName(const std::string& batch, int position, int points) {
+  return batch + RowSuffix(position, points);
 }
 
 namespace ncds::detail {
@@ -581,11 +585,13 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
   Result result;
   try {
     std::vector<std::string> ids(idCount);
+    std::vector<std::string> suffixes;
+    for (int j = 1; j <= aligned.points; ++j) suffixes.push_back(RowSuffix(j, aligned.points));
     for (std::size_t b = 0; b < batchCount; ++b) {
       const std::string& batch = layout.batchNames[b];
       for (std::size_t j = 0; j < points; ++j) {
         std::fill(ids.begin(), ids.end(), std::string());
-        ids[0] = RowName(batch, static_cast<int>(j + 1), aligned.points);
+        ids[0] = batch + suffixes[j];
         if (batchSeries > 0) ids[static_cast<std::size_t>(batchSeries - 1)] = batch;
         if (phaseSeries > 0) {
           const int phase = aligned.phases[b * points + j];

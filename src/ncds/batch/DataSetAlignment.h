@@ -141,8 +141,11 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
   // are not increasing from row 0 or a phase outside the names.
   RowsResult Apply(const Rows& rows);
 
-  // The name of the aligned row at `position` (from 1) of `batch`, on a grid of `points`.
+  // The name of the aligned row at `position` (from 1) of `batch`, on a grid of `points`: the
+  // batch, then `RowSuffix`, "@" and the position zero-padded to the width of `points` (three
+  // digits at least). Loops over many batches build the suffixes once.
   static std::string RowName(const std::string& batch, int position, int points);
+  static std::string RowSuffix(int position, int points);
 
   bool operator==(const DataSetAlignment& other) const;
 
