@@ -11,7 +11,9 @@
   process (Dask's synchronous scheduler), onto absolute grids and on relative maturity, with
   glibc's default memory trimming and with the one Dask gives its workers; the two sides take
   turns call by call, and with them a stand-in whose partitions only burn the CPU time the
-  single process took (what Dask and the machine allow).
+  single process spent in its tasks (what Dask and the machine allow), and one whose
+  partitions do nothing (what a call costs Dask alone). `--batch-rows` and `--variables`
+  change the size of a batch.
 Each figure is the median of R runs.
 """
 
@@ -44,11 +46,15 @@ def main():
     parser.add_argument("--dask", action="store_true")
     parser.add_argument("--dask-single", action="store_true", help=argparse.SUPPRESS)
     parser.add_argument("--batches", type=int, default=10_000)
+    parser.add_argument("--batch-rows", type=int, default=100)
+    parser.add_argument("--variables", type=int, default=10)
+    parser.add_argument("--partition-batches", type=int, default=500)
     args = parser.parse_args()
+    shape = (args.batches, args.batch_rows, args.variables)
     if args.dask_single:
-        return _single_process(args.batches)
+        return _single_process(shape, args.partition_batches)
     if args.dask:
-        return dask_alignment(args.batches, args.repeat)
+        return dask_alignment(shape, args.partition_batches, args.repeat)
 
     rng = np.random.default_rng(7)
     values = rng.standard_normal((args.rows, args.columns), dtype=np.float32)
@@ -81,48 +87,67 @@ def _burn(partition, seconds, _):
     return partition.iloc[:0]
 
 
-def _batch_data(batch_count):
-    """10 variables over `batch_count` batches of 100 rows in 3 phases; V0 is the maturity."""
-    per_batch, variables = 100, 10
+def _batch_data(batch_count, per_batch, variables):
+    """`variables` variables over `batch_count` batches of `per_batch` rows in 3 phases (a
+    quarter, a half, a quarter); V0 is the maturity."""
     rng = np.random.default_rng(5)
     values = rng.standard_normal((batch_count * per_batch, variables), dtype=np.float32)
     values[:, 0] = np.tile(np.arange(per_batch, dtype=np.float32), batch_count)
-    batches = np.repeat([f"B{b:05d}" for b in range(batch_count)], per_batch).tolist()
-    phases = np.tile(np.repeat(["Heat", "React", "Cool"], [25, 50, 25]), batch_count).tolist()
+    batches = pd.Categorical.from_codes(np.repeat(np.arange(batch_count), per_batch),
+                                        categories=[f"B{b:05d}" for b in range(batch_count)])
+    quarter = per_batch // 4
+    phases = pd.Categorical.from_codes(
+        np.tile(np.repeat([0, 1, 2], [quarter, per_batch - 2 * quarter, quarter]), batch_count),
+        categories=["Heat", "React", "Cool"])
     return ncds.Project().add_matrix(values, [f"V{j}" for j in range(variables)],
                                      batches=batches, phases=phases)
 
 
 _POINTS = {"Heat": 20, "React": 40, "Cool": 20}
 _MODES = {"absolute grids": False, "relative maturity": True}
-_PARTITION_BATCHES = 500
 
 
-def _single_process(batch_count):
+def _single_process(shape, per_partition):
     """Serves timed single-process alignments: reads a mode per line, answers the seconds the
-    alignment took and, onto absolute grids, the seconds its measuring pass alone takes."""
+    alignment took, the seconds its tasks took (without the scheduler's own work) and, onto
+    absolute grids, the seconds the tasks of its measuring pass alone take."""
     import dask
+    from dask.callbacks import Callback
 
     import ncds.dask as nd
 
-    frame = nd.from_dataset(_batch_data(batch_count),
-                            batches_per_partition=_PARTITION_BATCHES).persist(scheduler="sync")
+    class TaskTime(Callback):
+        """Adds up the time spent inside the tasks of a synchronous computation."""
+
+        def __init__(self):
+            super().__init__()
+            self.seconds = 0.0
+            self._started = 0.0
+
+        def _pretask(self, key, dsk, state):
+            self._started = time.perf_counter()
+
+        def _posttask(self, key, result, dsk, state, worker_id):
+            self.seconds += time.perf_counter() - self._started
+
+    frame = nd.from_dataset(_batch_data(*shape),
+                            batches_per_partition=per_partition).persist(scheduler="sync")
     with dask.config.set(scheduler="sync"):
         print("ready", flush=True)
         for line in sys.stdin:
             relative = _MODES[line.strip()]
             start = time.perf_counter()
-            nd.align(frame, "V0", phase_points=_POINTS, relative=relative).persist()
+            with TaskTime() as tasks:
+                nd.align(frame, "V0", phase_points=_POINTS, relative=relative).persist()
             seconds = time.perf_counter() - start
-            measuring = 0.0
+            measuring = TaskTime()
             if not relative:
-                start = time.perf_counter()
-                nd._extent(frame, "V0", 100, _POINTS, False).compute()
-                measuring = time.perf_counter() - start
-            print(seconds, measuring, flush=True)
+                with measuring:
+                    nd._extent(frame, "V0", 100, _POINTS, False).compute()
+            print(seconds, tasks.seconds, measuring.seconds, flush=True)
 
 
-def dask_alignment(batch_count, repeat):
+def dask_alignment(shape, per_partition, repeat):
     import os
     import subprocess
 
@@ -131,7 +156,8 @@ def dask_alignment(batch_count, repeat):
 
     import ncds.dask as nd
 
-    data = _batch_data(batch_count)
+    data = _batch_data(*shape)
+    batch_count = shape[0]
 
     def on_cluster(frame, relative, client):
         start = time.perf_counter()
@@ -160,7 +186,9 @@ def dask_alignment(batch_count, repeat):
         env = {k: v for k, v in os.environ.items() if k != "MALLOC_TRIM_THRESHOLD_"}
         env.update({k: str(v) for k, v in environ.items()})
         single = subprocess.Popen(
-            [sys.executable, __file__, "--dask-single", "--batches", str(batch_count)],
+            [sys.executable, __file__, "--dask-single", "--batches", str(batch_count),
+             "--batch-rows", str(shape[1]), "--variables", str(shape[2]),
+             "--partition-batches", str(per_partition)],
             env=env, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         single.stdout.readline()  # ready
 
@@ -174,7 +202,7 @@ def dask_alignment(batch_count, repeat):
                                          dashboard_address=None) as cluster, \
                 distributed.Client(cluster) as client:
             frame = client.persist(nd.from_dataset(data,
-                                                   batches_per_partition=_PARTITION_BATCHES))
+                                                   batches_per_partition=per_partition))
             distributed.wait(frame)
             client.rebalance(frame)  # half the partitions on each worker, as a cluster holds them
             calls = itertools.count()  # new keys for every stand-in call
@@ -193,22 +221,26 @@ def dask_alignment(batch_count, repeat):
                                                       meta=frame._meta).persist())
                 return time.perf_counter() - start
 
-            times = {mode: ([], [], []) for mode in _MODES}
+            times = {mode: ([], [], [], [], []) for mode in _MODES}
             # The first round pays for imports and fresh memory; the modes take turns too.
             for _, (mode, relative) in itertools.product(range(repeat + 1), _MODES.items()):
-                ones, twos, floors = times[mode]
-                seconds, measuring = in_one_process(mode)
+                ones, tasks, twos, floors, empties = times[mode]
+                seconds, in_tasks, measuring = in_one_process(mode)
                 ones.append(seconds)
+                tasks.append(in_tasks)
                 twos.append(on_cluster(frame, relative, client))
-                # The stand-in gets the CPU time this very call took in one process.
+                # The stand-in gets the time this very call's tasks took in one process, and
+                # once nothing at all: what a call of this shape costs Dask alone.
                 parts = frame.npartitions
-                floors.append(on_stand_in((seconds - measuring) / parts, measuring / parts))
-            for mode, (ones, twos, floors) in times.items():
-                one, two, floor = (statistics.median(t[1:]) for t in (ones, twos, floors))
-                print(f"dask align {batch_count} batches, {mode}, {label}: one process "
-                      f"{one:.2f} s, two workers {two:.2f} s, speed-up {one / two:.2f}x; "
-                      f"CPU-only partitions of the same cost {floor:.2f} s "
-                      f"({one / floor:.2f}x), ncds within {two / floor:.2f}x of that")
+                floors.append(on_stand_in((in_tasks - measuring) / parts, measuring / parts))
+                empties.append(on_stand_in(0.0, 1e-9 if measuring else 0.0))
+            for mode, samples in times.items():
+                one, task, two, floor, empty = (statistics.median(t[1:]) for t in samples)
+                print(f"dask align {batch_count} batches x {shape[1]} rows x {shape[2]} "
+                      f"variables, {frame.npartitions} partitions, {mode}, {label}: one process {one:.3f} s ({task:.3f} s in "
+                      f"tasks), two workers {two:.3f} s, speed-up {one / two:.2f}x; CPU-only "
+                      f"partitions of the same cost {floor:.3f} s ({one / floor:.2f}x), ncds "
+                      f"within {two / floor:.2f}x of that; empty partitions {empty:.3f} s")
         single.stdin.close()
         single.wait()
 
