@@ -85,32 +85,50 @@ def _rows(frame, first, last):
     return frame.iloc[first:last]
 
 
-def _batch_starts(dataset):
-    """The first row of every batch of `dataset` and, last, the row count."""
+# A partition holds, unless asked otherwise, whole batches that fill about what Dask's own
+# readers put in one (64 MiB): a row takes 4 bytes per variable and about 80 for its keys.
+_PARTITION_BYTES = 64 << 20
+_KEY_BYTES = 80
+
+
+def _bounds(dataset, batches_per_partition):
+    """The first row and the end of every partition of `dataset`: whole batches,
+    `batches_per_partition` of them or, with None, as many as fill about _PARTITION_BYTES."""
+    if batches_per_partition is not None and batches_per_partition < 1:
+        raise ValueError(f"batches_per_partition must be 1 or more, not {batches_per_partition}")
     codes, _ = dataset.batch_codes
-    changes = np.flatnonzero(codes[1:] != codes[:-1]) + 1
-    return [0, *changes.tolist(), len(codes)]
+    starts = np.r_[0, np.flatnonzero(codes[1:] != codes[:-1]) + 1, len(codes)]
+    batches = len(starts) - 1
+    if batches_per_partition is None:
+        rows = max(1, _PARTITION_BYTES // (4 * dataset.shape[1] + _KEY_BYTES))
+        # A partition starts with the first batch that starts at or after each multiple of rows.
+        first = np.unique(np.searchsorted(starts[:-1], np.arange(0, max(len(codes), 1), rows)))
+        first = first[first < batches]
+    else:
+        first = np.arange(0, batches, batches_per_partition)
+    cuts = starts[np.r_[first, batches]].tolist()
+    return list(zip(cuts[:-1], cuts[1:]))
 
 
-def from_dataset(dataset, batches_per_partition=100):
-    """A Dask DataFrame of a loaded batch dataset, `batches_per_partition` whole batches each."""
+def from_dataset(dataset, batches_per_partition=None):
+    """A Dask DataFrame of a loaded batch dataset in partitions of whole batches:
+    `batches_per_partition` each or, by default, as many as fill about 64 MiB."""
     import dask
     import dask.dataframe as dd
 
     if dataset.kind != "batch":
         raise ValueError(f"dataset {dataset.name!r} is not a batch dataset")
-    starts = _batch_starts(dataset)
+    bounds = _bounds(dataset, batches_per_partition)
     whole = _frame(dataset)
-    # One partition per run of whole batches, in row order (the index keeps the row numbers).
-    parts = [dask.delayed(whole.iloc[starts[b]:starts[min(b + batches_per_partition,
-                                                            len(starts) - 1)]])
-             for b in range(0, len(starts) - 1, batches_per_partition)]
+    # The partitions in row order (the index keeps the row numbers).
+    parts = [dask.delayed(whole.iloc[first:last]) for first, last in bounds]
     return dd.from_delayed(parts, meta=whole.iloc[:0])
 
 
-def from_projects(paths, dataset, batches_per_partition=100):
+def from_projects(paths, dataset, batches_per_partition=None):
     """A Dask DataFrame of dataset `dataset` (number or name) of many project files, read by
-    the workers: `batches_per_partition` whole batches per partition."""
+    the workers, in partitions of whole batches of one file: `batches_per_partition` each or,
+    by default, as many as fill about 64 MiB."""
     import dask
     import dask.dataframe as dd
     from dask.dataframe.utils import clear_known_categories
@@ -120,15 +138,13 @@ def from_projects(paths, dataset, batches_per_partition=100):
     for path in paths:
         with open_project(path) as project:
             data = project.load(dataset)
-            starts = _batch_starts(data)
+            bounds = _bounds(data, batches_per_partition)
             if meta is None:
                 # Each file has its own batches: the categories are known per partition only.
                 meta = clear_known_categories(_frame(data, slice(0, 0)))
         # Each file is read once, by a worker; its partitions are slices of what it read.
         whole = dask.delayed(_load_frame)(str(path), dataset)
-        for first in range(0, len(starts) - 1, batches_per_partition):
-            last = min(first + batches_per_partition, len(starts) - 1)
-            parts.append(dask.delayed(_rows)(whole, starts[first], starts[last]))
+        parts += [dask.delayed(_rows)(whole, first, last) for first, last in bounds]
     return dd.from_delayed(parts, meta=meta)
 
 

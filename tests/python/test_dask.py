@@ -105,3 +105,17 @@ def test_many_project_files_become_one_collection(client, runs, tmp_path):
                                 phases=data.phases)
     assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32),
                           project.align(single, "Time", points=9).values)
+
+
+def test_default_partitions_fill_a_budget_with_whole_batches(runs, monkeypatch):
+    _, data = runs
+    assert nd.from_dataset(data).npartitions == 1  # 306 rows, far below 64 MiB
+    # A budget of 60 rows: partitions start with the first batch at or after rows 0, 60, 120,
+    # ... (the batches start at rows 0, 20, 41, 63, 86, 110, 135, 161, 188, 216, 245, 275).
+    monkeypatch.setattr(nd, "_PARTITION_BYTES", 60 * (4 * 3 + nd._KEY_BYTES))
+    parts = [p.compute(scheduler="sync") for p in nd.from_dataset(data).to_delayed()]
+    assert [p["batch"].iloc[0] for p in parts] == ["B00", "B03", "B06", "B08", "B10"]
+    assert sum(p["batch"].nunique() for p in parts) == 12  # no batch in two partitions
+    assert sum((list(p["observation"]) for p in parts), []) == data.observation_ids
+    with pytest.raises(ValueError, match="1 or more"):
+        nd.from_dataset(data, batches_per_partition=0)
