@@ -144,6 +144,59 @@ DataSetAlignment::Rows RowsOf(const std::vector<Column>& columns, std::size_t ma
   return rows;
 }
 
+// Binds `f(rows, choice)` as the static method `name`, taking rows held in arrays (see RowsOf).
+template <class F>
+void DefOnRows(py::class_<ProjectHandle>& project, const char* name, F f, const char* doc) {
+  project.def_static(
+      name,
+      [f](const std::vector<Column>& values, std::size_t maturity,
+          std::vector<std::size_t> batchStarts, std::vector<std::string> batches,
+          const Codes& phases, std::vector<std::string> phaseNames,
+          const tool::BatchCommands::AlignChoice& choice) {
+        return f(RowsOf(values, maturity, std::move(batchStarts), std::move(batches), phases,
+                        std::move(phaseNames)),
+                 choice);
+      },
+      py::arg("values"), py::arg("maturity"), py::arg("batch_starts"), py::arg("batches"),
+      py::arg("phases"), py::arg("phase_names"), py::arg("choice"), doc);
+}
+
+// Aligns `rows` and answers the aligned values and every aligned row's phase (both over the
+// result, no copy) and name (an object array, each name built in one reused buffer).
+py::tuple AlignedArrays(const DataSetAlignment::Rows& rows,
+                        const tool::BatchCommands::AlignChoice& choice) {
+  auto aligned = std::make_unique<DataSetAlignment::RowsResult>();
+  {
+    py::gil_scoped_release release;
+    *aligned = tool::BatchCommands::AlignRows(rows, choice);
+  }
+  const std::size_t count = rows.batches.size() * static_cast<std::size_t>(aligned->points);
+  py::array names(py::dtype("object"), py::array::ShapeContainer{static_cast<py::ssize_t>(count)});
+  std::vector<std::string> suffixes;
+  for (int j = 1; j <= aligned->points; ++j) {
+    suffixes.push_back(DataSetAlignment::RowSuffix(j, aligned->points));
+  }
+  auto** slot = static_cast<PyObject**>(names.mutable_data());
+  std::string name;
+  for (const std::string& batch : rows.batches) {
+    for (const std::string& suffix : suffixes) {
+      name.assign(batch).append(suffix);
+      PyObject* text =
+          PyUnicode_FromStringAndSize(name.data(), static_cast<py::ssize_t>(name.size()));
+      if (text == nullptr) throw py::error_already_set();
+      Py_XDECREF(*slot);
+      *slot++ = text;
+    }
+  }
+  const DataSetAlignment::RowsResult& result = *aligned;
+  const py::capsule owner(aligned.release(),
+                          [](void* p) { delete static_cast<DataSetAlignment::RowsResult*>(p); });
+  py::array array = MatrixArray(result.values, owner);
+  py::array phaseCodes = py::array_t<std::int32_t>(static_cast<py::ssize_t>(result.phases.size()),
+                                                   result.phases.data(), owner);
+  return py::make_tuple(array, phaseCodes, names);
+}
+
 // Edits `data` with `edit` (returning a log), saves it and answers the log.
 template <class Edit>
 std::string EditAndSave(const ProjectHandle& handle, const DataSetHandle& data,
@@ -277,71 +330,6 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           py::arg("dataset"), py::arg("choice"),
           "What the grids of `align` would span on this dataset, to be combined with other "
           "pieces' and given back as `choice.extent`.")
-      .def_static(
-          "align_rows",
-          [](const std::vector<Column>& values, std::size_t maturity,
-             std::vector<std::size_t> batchStarts, std::vector<std::string> batches,
-             const Codes& phases, std::vector<std::string> phaseNames, const AlignChoice& choice) {
-            const DataSetAlignment::Rows rows =
-                RowsOf(values, maturity, std::move(batchStarts), std::move(batches), phases,
-                       std::move(phaseNames));
-            auto aligned = std::make_unique<DataSetAlignment::RowsResult>();
-            {
-              py::gil_scoped_release release;
-              *aligned = tool::BatchCommands::AlignRows(rows, choice);
-            }
-            // The names straight into an object array, each built in one reused buffer; the
-            // values and phases over the result.
-            const std::size_t count =
-                rows.batches.size() * static_cast<std::size_t>(aligned->points);
-            py::array names(py::dtype("object"),
-                            py::array::ShapeContainer{static_cast<py::ssize_t>(count)});
-            std::vector<std::string> suffixes;
-            for (int j = 1; j <= aligned->points; ++j) {
-              suffixes.push_back(DataSetAlignment::RowSuffix(j, aligned->points));
-            }
-            auto** slot = static_cast<PyObject**>(names.mutable_data());
-            std::string name;
-            for (const std::string& batch : rows.batches) {
-              for (const std::string& suffix : suffixes) {
-                name.assign(batch).append(suffix);
-                PyObject* text =
-                    PyUnicode_FromStringAndSize(name.data(), static_cast<py::ssize_t>(name.size()));
-                if (text == nullptr) throw py::error_already_set();
-                Py_XDECREF(*slot);
-                *slot++ = text;
-              }
-            }
-            const DataSetAlignment::RowsResult& result = *aligned;
-            const py::capsule owner(aligned.release(), [](void* p) {
-              delete static_cast<DataSetAlignment::RowsResult*>(p);
-            });
-            py::array array = MatrixArray(result.values, owner);
-            py::array phaseCodes = py::array_t<std::int32_t>(
-                static_cast<py::ssize_t>(result.phases.size()), result.phases.data(), owner);
-            return py::make_tuple(array, phaseCodes, names);
-          },
-          py::arg("values"), py::arg("maturity"), py::arg("batch_starts"), py::arg("batches"),
-          py::arg("phases"), py::arg("phase_names"), py::arg("choice"),
-          "Aligns rows held in arrays as `align` aligns a dataset of them, without making one: "
-          "`values` (a list of columns), the maturity's column, the first row of every batch and "
-          "its name, every row's phase (an index into `phase_names`; empty: no phases). "
-          "Answers the aligned values, every aligned row's phase and every aligned row's name "
-          "(an object array).")
-      .def_static(
-          "align_rows_extent",
-          [](const std::vector<Column>& values, std::size_t maturity,
-             std::vector<std::size_t> batchStarts, std::vector<std::string> batches,
-             const Codes& phases, std::vector<std::string> phaseNames, const AlignChoice& choice) {
-            const DataSetAlignment::Rows rows =
-                RowsOf(values, maturity, std::move(batchStarts), std::move(batches), phases,
-                       std::move(phaseNames));
-            py::gil_scoped_release release;
-            return tool::BatchCommands::MakeAlignment(0, choice).Measure(rows);
-          },
-          py::arg("values"), py::arg("maturity"), py::arg("batch_starts"), py::arg("batches"),
-          py::arg("phases"), py::arg("phase_names"), py::arg("choice"),
-          "What the grids of `align_rows` would span on these rows.")
       .def(
           "summarize",
           [](const ProjectHandle& h, const DataSetHandle& d, const SummaryChoice& choice,
@@ -405,6 +393,20 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
         py::gil_scoped_release release;
         return DataSetPredictionData::Fingerprint(*d.dataSet);
       });
+
+  DefOnRows(project, "align_rows", AlignedArrays,
+            "Aligns rows held in arrays as `align` aligns a dataset of them, without making one: "
+            "`values` (a list of columns), the maturity's column, the first row of every batch "
+            "and its name, every row's phase (an index into `phase_names`; empty: no phases). "
+            "Answers the aligned values, every aligned row's phase and every aligned row's name "
+            "(an object array).");
+  DefOnRows(
+      project, "align_rows_extent",
+      [](const DataSetAlignment::Rows& rows, const AlignChoice& choice) {
+        py::gil_scoped_release release;
+        return tool::BatchCommands::MakeAlignment(0, choice).Measure(rows);
+      },
+      "What the grids of `align_rows` would span on these rows.");
 
   py::class_<AlignChoice>(project, "AlignChoice")
       .def(py::init<>())
