@@ -160,14 +160,13 @@ class _Layout:
         self.values = [frame[c].to_numpy(dtype=np.float32) for c in columns]  # views
         self.starts = np.flatnonzero(np.r_[True, batch_codes[1:] != batch_codes[:-1]])
         self.batches = [str(c) for c in batch.categories[batch_codes[self.starts]]]
-        runs = np.flatnonzero(np.r_[True, phase_codes[1:] != phase_codes[:-1]])
-        used, first = np.unique(phase_codes[runs], return_index=True)
-        order = np.argsort(first)
-        self.phase_codes = phase_codes[runs[first[order]]]  # every phase's category
+        used, names, holding = _in_use(phase)
+        order = np.argsort(holding)  # the phases in order of first appearance
+        self.phase_codes = used[order]  # every phase's category
         rank = np.zeros(len(phase.categories), dtype=np.int32)
-        rank[used[order]] = np.arange(len(used), dtype=np.int32)
+        rank[self.phase_codes] = np.arange(len(used), dtype=np.int32)
         self.phases = rank[phase_codes]
-        self.phase_names = [str(c) for c in phase.categories[used[order]]]
+        self.phase_names = [names[k] for k in order]
         # Rows without a batch or phase, batches in several runs, and names that only differ
         # in type go the dataset's way, which knows what to make of them.
         self.usable = (len(batch_codes) and batch_codes.min() >= 0 and phase_codes.min() >= 0

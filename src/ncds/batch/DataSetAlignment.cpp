@@ -535,14 +535,18 @@ ncds::detail::AlignedRows DataSetAlignment::AlignLayout(ncds::detail::Layout& la
   // end keep the last phase seen, the first row's at the start).
   if (layout.hasPhases) {
     result.phases.resize(batchCount * points);
+    // Phase-wise, a grid position's phase is the same in every batch.
+    std::vector<int> gridPhases;
+    for (std::size_t p = 0; phaseWise && p < phaseCount; ++p) {
+      gridPhases.insert(gridPhases.end(), static_cast<std::size_t>(phasePoints[p]),
+                        plan.phaseIndex[p]);
+    }
     for (std::size_t b = 0; b < batchCount; ++b) {
       int lastPhase = layout.PhaseOf(static_cast<std::size_t>(layout.batchStarts[b] - 1));
       for (std::size_t j = 0; j < points; ++j) {
         const std::size_t r = b * points + j;
         if (phaseWise) {
-          const std::size_t p = static_cast<std::size_t>(
-              std::upper_bound(offsets.begin(), offsets.end(), j) - offsets.begin() - 1);
-          result.phases[r] = plan.phaseIndex[p];
+          result.phases[r] = gridPhases[j];
         } else {
           if (nearest[r] != kMissing) {
             lastPhase = layout.PhaseOf(static_cast<std::size_t>(std::lround(nearest[r])));
@@ -627,7 +631,7 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
     observations.DeleteVarObsInfos(added);
     throw;
   }
-  result.batches = static_cast<int>(layout.batchStarts.size() - 1);
+  result.batches = static_cast<int>(batchCount);
   result.points = aligned.points;
   result.shortBatches = aligned.shortBatches;
   result.missingBatches = aligned.missingBatches;
