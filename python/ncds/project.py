@@ -252,13 +252,15 @@ class Project:
         """The stored datasets as (number, name, observations, variables, kind) tuples."""
         return self._handle.datasets()
 
-    def add_matrix(self, values, names, ids=None, name="matrix", batches=None, phases=None):
+    def add_matrix(self, values, names, ids=None, name="matrix", batches=None, phases=None,
+                   rename_clashes=False):
         """A new dataset of quantitative variables `names` from a 2-D array (observations x
         variables; NaN and -99 are missing) or a list of its columns (1-D arrays, read where
         they are: a DataFrame's columns need no copy into one array first), its rows named by
         `ids` (default 1, 2, ...). With `batches` (and `phases`), the batch (phase) of every row
         as a sequence of names or a pandas Categorical, it is a batch dataset, its rows grouped
-        by batch in order of first appearance."""
+        by batch in order of first appearance. A name that the project's variables have takes
+        that variable (a qualitative or date-time one is refused unless `rename_clashes`)."""
         ids = list(ids) if ids is not None else []
         batch_codes, batch_names = _codes(batches)
         phase_codes, phase_names = _codes(phases)
@@ -277,7 +279,8 @@ class Project:
                 phase_codes = phase_codes[order] if len(phase_codes) else phase_codes
                 ids = [ids[i] for i in order] if ids else [str(i + 1) for i in order]
         return Dataset(self._handle.add_matrix(values, list(names), ids, name, batch_codes,
-                                               batch_names, phase_codes, phase_names))
+                                               batch_names, phase_codes, phase_names,
+                                               rename_clashes))
 
     def load(self, dataset):
         """The dataset with this number or name."""
@@ -298,12 +301,13 @@ class Project:
     # installed.
 
     def import_csv(self, path, name="", ids=(), batch="", phase="", separator=",",
-                   decimal=".", missing=(), progress=None):
+                   decimal=".", missing=(), rename_clashes=False, progress=None):
         """Imports a CSV file as a new dataset, as `ncds import` does; `batch` (and `phase`)
-        name the columns of a batch dataset."""
+        name the columns of a batch dataset. Columns take the project's variables of their
+        names; one whose variable is of another kind is refused unless `rename_clashes`."""
         _, made = self._handle.import_csv(
             str(path), name, list(ids), batch or "", phase or "", separator, decimal,
-            list(missing), _progress(progress))
+            list(missing), rename_clashes, _progress(progress))
         return Dataset(made)
 
     def delete_batches(self, dataset, batches=(), phases=()):
@@ -400,7 +404,8 @@ def _progress(progress):
     return report
 
 
-def from_pandas(frame, project=None, name="dataset", batch=None, phase=None, id=None):
+def from_pandas(frame, project=None, name="dataset", batch=None, phase=None, id=None,
+                rename_clashes=False):
     """A new dataset of `project` (a new project in memory when None) from a DataFrame, as the
     tool imports a CSV file: `batch` and `phase` name the columns of a batch dataset, `id` the
     column (or columns) of observation IDs; the index is ignored. Numbers become quantitative
@@ -408,7 +413,8 @@ def from_pandas(frame, project=None, name="dataset", batch=None, phase=None, id=
     project = project if project is not None else Project()
     ids = [id] if isinstance(id, str) else list(id or [])
     text = frame.to_csv(index=False, date_format="%Y-%m-%dT%H:%M:%S", na_rep="")
-    _, made = project._handle.import_text(text, name, ids, batch or "", phase or "")
+    _, made = project._handle.import_text(text, name, ids, batch or "", phase or "",
+                                          rename_clashes)
     return Dataset(made)
 
 

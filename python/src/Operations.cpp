@@ -232,8 +232,10 @@ py::tuple MakeAndSave(const ProjectHandle& h, const py::object& progress, Make m
 }
 
 tool::CsvImportOptions ImportOptions(const std::string& name, const std::vector<std::string>& ids,
-                                     const std::string& batch, const std::string& phase) {
+                                     const std::string& batch, const std::string& phase,
+                                     bool renameClashes) {
   tool::CsvImportOptions options;
+  options.renameClashes = renameClashes;
   options.name = name;
   options.idColumns = ids;
   options.batchColumn = batch;
@@ -254,8 +256,9 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           [](const ProjectHandle& h, const std::string& path, const std::string& name,
              const std::vector<std::string>& ids, const std::string& batch,
              const std::string& phase, char separator, char decimal,
-             const std::vector<std::string>& missing, const py::object& progress) {
-            tool::CsvImportOptions options = ImportOptions(name, ids, batch, phase);
+             const std::vector<std::string>& missing, bool renameClashes,
+             const py::object& progress) {
+            tool::CsvImportOptions options = ImportOptions(name, ids, batch, phase, renameClashes);
             options.separator = separator;
             options.decimal = decimal;
             options.missingTexts = missing;
@@ -268,13 +271,13 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           py::arg("path"), py::arg("name") = "", py::arg("ids") = std::vector<std::string>(),
           py::arg("batch") = "", py::arg("phase") = "", py::arg("separator") = ',',
           py::arg("decimal") = '.', py::arg("missing") = std::vector<std::string>(),
-          py::arg("progress") = py::none())
+          py::arg("rename_clashes") = false, py::arg("progress") = py::none())
       .def(
           "import_text",
           [](const ProjectHandle& h, const std::string& text, const std::string& name,
              const std::vector<std::string>& ids, const std::string& batch,
-             const std::string& phase) {
-            tool::CsvImportOptions options = ImportOptions(name, ids, batch, phase);
+             const std::string& phase, bool renameClashes) {
+            tool::CsvImportOptions options = ImportOptions(name, ids, batch, phase, renameClashes);
             return MakeAndSave(h, py::none(), [&](int number, DataSetPtr& made) {
               options.number = number;
               made = tool::CsvImport::ImportText(h.project, text, name, options);
@@ -282,7 +285,7 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
             });
           },
           py::arg("text"), py::arg("name"), py::arg("ids") = std::vector<std::string>(),
-          py::arg("batch") = "", py::arg("phase") = "")
+          py::arg("batch") = "", py::arg("phase") = "", py::arg("rename_clashes") = false)
       .def(
           "delete_batches",
           [](const ProjectHandle& h, const DataSetHandle& d,

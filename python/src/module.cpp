@@ -30,10 +30,11 @@
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/QualitativeVariableInfo.h"
-#include "ncds/metadata/QuantitativeVariableInfo.h"
 #include "ncds/metadata/VariableInfo.h"
 #include "ncds/project/NCProject.h"
 #include "ncds/project/NCProjectFile.h"
+#include "tools/ncds/CsvColumn.h"
+#include "tools/ncds/ImportVariables.h"
 
 namespace py = pybind11;
 
@@ -324,14 +325,15 @@ std::vector<Column> ColumnsOf(const py::object& values, std::size_t& rows) {
 // A new dataset of quantitative variables `names` from a (rows, columns) float32 array, its rows
 // named by `ids` (default 1, 2, ...): the array is copied once, column by column, into the
 // dataset's own matrix. With batches (and phases), given as a code per row into a list of
-// names and grouped by batch, it is a batch dataset. Saved into the project.
+// names and grouped by batch, it is a batch dataset. A name the project's variables have takes
+// that variable, as a column of an import does (see `ImportVariables`). Saved into the project.
 DataSetHandle AddMatrix(const ProjectHandle& handle, const py::object& values,
                         const std::vector<std::string>& names, std::vector<std::string> ids,
                         const std::string& name,
                         const py::array_t<std::int32_t, py::array::forcecast>& batchCodes,
                         const std::vector<std::string>& batchNames,
                         const py::array_t<std::int32_t, py::array::forcecast>& phaseCodes,
-                        const std::vector<std::string>& phaseNames) {
+                        const std::vector<std::string>& phaseNames, bool renameClashes) {
   NCProject& project = handle.Get();
   std::size_t rows = 0;
   const std::vector<Column> columnValues = ColumnsOf(values, rows);
@@ -358,12 +360,15 @@ DataSetHandle AddMatrix(const ProjectHandle& handle, const py::object& values,
     }
   }
   py::gil_scoped_release release;
-  NCIntegralVector<unsigned long, 0> varIDs;
-  for (const std::string& variable : names) {
-    const unsigned long id = project.CreateUniqueID();
-    project.GetVariables().Add(std::make_unique<QuantitativeVariableInfo>(variable, id));
-    varIDs.push_back(id);
+  // The columns take the project's variables of their names, as an import's do.
+  std::vector<tool::CsvColumn> described;
+  described.reserve(columns);
+  for (std::size_t j = 0; j < columns; ++j) {
+    described.emplace_back(names[j], j + 1, std::string(), 0);
+    described.back().Decide();
   }
+  tool::ImportVariables variables(project, renameClashes);
+  const NCIntegralVector<unsigned long, 0> varIDs = variables.Take(described, matrix);
   NCObservations& observations = project.GetObservations();
   const int batchSeries = batches == 0 ? 0 : SeriesFor(observations, false);
   const int phaseSeries = phases == 0 ? 0 : SeriesFor(observations, true);
@@ -385,6 +390,7 @@ DataSetHandle AddMatrix(const ProjectHandle& handle, const py::object& values,
                         &varIDs, {1}, {1}, nullptr, nullptr, nullptr);
   if (batchSeries > 0) BatchUtilities::MakeBatchDataSet(*dataSet, batchSeries, phaseSeries);
   SaveOrThrow(project, dataSet);
+  variables.Done();
   return {handle.project, dataSet};
 }
 
@@ -435,9 +441,9 @@ PYBIND11_MODULE(_ncds, m) {
            py::arg("batch_codes") = py::array_t<std::int32_t>(0),
            py::arg("batch_names") = std::vector<std::string>(),
            py::arg("phase_codes") = py::array_t<std::int32_t>(0),
-           py::arg("phase_names") = std::vector<std::string>(),
+           py::arg("phase_names") = std::vector<std::string>(), py::arg("rename_clashes") = false,
            "A new dataset of quantitative variables from a 2-D array, or a list of its "
-           "columns (NaN: missing).")
+           "columns (NaN: missing); a name the project has takes its variable.")
       .def("load", &Load, py::arg("dataset"), "Loads a dataset by number or name.")
       .def("save", &Save, py::arg("dataset"), "Saves a dataset into the project.")
       .def(

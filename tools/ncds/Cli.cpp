@@ -32,6 +32,7 @@
 #include "tools/ncds/CsvImport.h"
 #include "tools/ncds/CsvOptions.h"
 #include "tools/ncds/DerivedCommands.h"
+#include "tools/ncds/ImportVariables.h"
 #include "tools/ncds/ProgressLine.h"
 #include "tools/ncds/TextTable.h"
 
@@ -74,6 +75,9 @@ struct Request {
   std::string mergeFrom;
   bool keep = false;
   std::vector<std::string> members;
+  // ncds import --into.
+  std::string into;
+  bool replace = false;
 };
 
 std::string Kind(int dataType) {
@@ -157,18 +161,44 @@ void SaveOrThrow(NCProjectFile& project, const boost::shared_ptr<NCDataSet>& dat
   }
 }
 
+// Appends the file's batches to the dataset `request.into` and saves it.
+int Append(const Request& request, const CsvImportOptions& options, std::ostream& out,
+           std::ostream& err) {
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  const int number = FindDataSet(*project, request.into);
+  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
+  CsvImport::Notes notes;
+  {
+    const ProgressLine progress(
+        request.progress, (ExceptionMessage::translate("Importing {1}") % request.data).str(), err);
+    CsvImport::AppendFile(*dataSet, request.data, options, request.replace, &notes);
+    if (!project->SaveDataSet(dataSet)) {
+      throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") % number %
+                    request.project);
+    }
+  }
+  for (const std::string& note : notes) out << note << '\n';
+  out << (ExceptionMessage::translate("Dataset {1} \"{2}\": {3} observations, {4}.") % number %
+          dataSet->GetName() % dataSet->SizeObservations() % BatchCommands::Describe(*dataSet))
+             .str()
+      << '\n';
+  return 0;
+}
+
 int Import(const Request& request, std::ostream& out, std::ostream& err) {
   CsvImportOptions options = request.import;
   options.separator = request.separator[0];
   options.decimal = request.decimal[0];
+  if (!request.into.empty()) return Append(request, options, out, err);
   std::error_code error;
   const bool existed = std::filesystem::exists(request.project, error);
   boost::shared_ptr<NCDataSet> dataSet;
+  CsvImport::Notes notes;
   try {
     boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, true);
     const ProgressLine progress(
         request.progress, (ExceptionMessage::translate("Importing {1}") % request.data).str(), err);
-    dataSet = CsvImport::ImportFile(project, request.data, options);
+    dataSet = CsvImport::ImportFile(project, request.data, options, &notes);
   } catch (...) {
     // A project this command created holds nothing: it goes again.
     if (!existed) std::filesystem::remove(request.project, error);
@@ -180,6 +210,7 @@ int Import(const Request& request, std::ostream& out, std::ostream& err) {
           dataSet->SizeObservations() % dataSet->SizeVariables())
              .str()
       << '\n';
+  for (const std::string& note : notes) out << note << '\n';
   return 0;
 }
 
@@ -220,13 +251,6 @@ int List(const Request& request, std::ostream& out) {
   }
   table.Print(out);
   return 0;
-}
-
-std::string VariableKind(const VariableInfo& info) {
-  if (info.AsQualitativeVariableInfo())
-    return NCMessages::Translate("variable kind", "qualitative");
-  if (info.AsDateTimeVariableInfo()) return NCMessages::Translate("variable kind", "date-time");
-  return NCMessages::Translate("variable kind", "quantitative");
 }
 
 std::string Block(const VariableInfo& info) {
@@ -295,8 +319,8 @@ int Show(const Request& request, std::ostream& out, std::ostream& err) {
     VariableInfo* info = variables[dataSet->GetVarID(j)];
     infos.push_back(info);
     if (!info) continue;
-    variableTable.AddRow({std::to_string(j), info->GetUserID(1), VariableKind(*info), Block(*info),
-                          info->GetUnit(), Levels(*info)});
+    variableTable.AddRow({std::to_string(j), info->GetUserID(1), ImportVariables::KindName(*info),
+                          Block(*info), info->GetUnit(), Levels(*info)});
   }
   variableTable.Print(out);
   DerivedCommands::PrintFormulas(*dataSet, out);
@@ -572,6 +596,18 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
       ->add_option("--phase", request.import.phaseColumn,
                    NCMessages::Translate("the column of phase names (with --batch)"))
       ->type_name("COLUMN");
+  CLI::Option* into =
+      import
+          ->add_option("--into", request.into,
+                       NCMessages::Translate("append the file's batches to this batch dataset"))
+          ->type_name("DATASET");
+  import
+      ->add_flag("--replace", request.replace,
+                 NCMessages::Translate("with --into: replace batches the dataset holds already"))
+      ->needs(into);
+  import->add_flag("--rename-clashes", request.import.renameClashes,
+                   NCMessages::Translate("give a column whose name a variable of another kind "
+                                         "has a new variable (name_1) instead of refusing"));
 
   CLI::App* list =
       app.add_subcommand("list", NCMessages::Translate("List the datasets of a project."));

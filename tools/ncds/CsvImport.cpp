@@ -7,10 +7,12 @@
 #include <filesystem>
 #include <memory>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include "ncds/batch/BatchImportSettings.h"
+#include "ncds/batch/BatchInfoVector.h"
 #include "ncds/batch/BatchUtilities.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCProjectBase.h"
@@ -28,10 +30,12 @@
 #include "ncds/metadata/ObservationInfo.h"
 #include "ncds/metadata/QualitativeVariableInfo.h"
 #include "ncds/metadata/QuantitativeVariableInfo.h"
+#include "tools/ncds/BatchCommands.h"
 #include "tools/ncds/CsvCellParser.h"
 #include "tools/ncds/CsvColumn.h"
 #include "tools/ncds/CsvReader.h"
 #include "tools/ncds/CsvTailParser.h"
+#include "tools/ncds/ImportVariables.h"
 #include "tools/ncds/MappedFile.h"
 
 namespace ncds::tool {
@@ -368,27 +372,29 @@ std::vector<std::size_t> GroupBatches(ParsedFile& parsed, std::string_view text,
   return batchOfRow;
 }
 
-// Primary IDs made unique as `VarObs::GetUniquePrimaryID` makes them against a lookup that
-// receives every new record: `wanted` when free, else the first free of wanted_1, wanted_2,
-// ... (ignoring case). The suffix tried first for a name is the one after the last given to
-// it, which is the same answer (records are only added meanwhile) without trying the taken
-// ones again: many equal IDs cost one lookup each, not one per earlier duplicate.
+// Primary IDs made unique within one dataset: `wanted` when no other row of the dataset has
+// it, else the first free of wanted_1, wanted_2, ... (ignoring case). Other datasets of the
+// project may hold the same names. The suffix tried first for a name is the one after the last
+// given to it, so many equal IDs cost one lookup each, not one per earlier duplicate.
+using NameSet = std::unordered_set<std::string, VxStdString::NoCaseHash, VxStdString::NoCaseEqual>;
+
 class UniqueNamer {
  public:
-  explicit UniqueNamer(const InfosByUserID& lookup) : mLookup(lookup) {}
+  // `taken`: the names the dataset's other rows have.
+  explicit UniqueNamer(NameSet taken) : mTaken(std::move(taken)) {}
 
   std::string Make(const std::string& wanted) {
-    if (!mLookup.GetInfo(wanted)) return wanted;
+    if (mTaken.insert(wanted).second) return wanted;
     unsigned long& suffix = mLastSuffix[wanted];
     std::string candidate;
     do {
       candidate = wanted + "_" + std::to_string(++suffix);
-    } while (mLookup.GetInfo(candidate));
+    } while (!mTaken.insert(candidate).second);
     return candidate;
   }
 
  private:
-  const InfosByUserID& mLookup;
+  NameSet mTaken;
   std::unordered_map<std::string, unsigned long, VxStdString::NoCaseHash, VxStdString::NoCaseEqual>
       mLastSuffix;
 };
@@ -421,9 +427,9 @@ std::vector<std::string> BatchPrimaryIDs(const std::vector<std::size_t>& batchOf
   return wanted;
 }
 
-// True when no two of `wanted` are equal ignoring case and `existing` holds none of them:
-// found by sorting their hashes, not by a growing table.
-bool AreAllFree(const std::vector<std::string>& wanted, const InfosByUserID& existing) {
+// True when no two of `wanted` are equal ignoring case: found by sorting their hashes, not by a
+// growing table.
+bool AreAllDistinct(const std::vector<std::string>& wanted) {
   std::vector<std::pair<std::size_t, std::size_t>> hashes(wanted.size());
   for (std::size_t i = 0; i < wanted.size(); ++i) {
     hashes[i] = {VxStdString::ComputeCompareNoCaseHash(wanted[i]), i};
@@ -437,38 +443,30 @@ bool AreAllFree(const std::vector<std::string>& wanted, const InfosByUserID& exi
       }
     }
   }
-  if (existing.size() > 0) {
-    for (const std::string& id : wanted) {
-      if (existing.GetInfo(id)) return false;
-    }
-  }
   return true;
 }
 
-// What an import has added to the project, taken out again unless the import completes.
+// What an import has added to the project's observations, taken out again unless the import
+// completes. The variables have an undo of their own (`ImportVariables`).
 class ProjectUndo {
  public:
   explicit ProjectUndo(NCProjectBase& project)
       : mProject(project),
-        mVariables(project.GetVariables()),
         mObservations(project.GetObservations()),
         mSettings(project.GetBatchImportSettings()),
         mBatchSeries(mObservations.GetBatchIDRaw()),
         mPhaseSeries(mObservations.GetPhaseIDRaw()),
-        mVariablesDirty(mVariables.IsDirty()),
         mObservationsDirty(mObservations.IsDirty()) {}
   ~ProjectUndo() {
     if (mDone) return;
     try {
       mObservations.DeleteVarObsInfos(mObservationIDs);
-      mVariables.DeleteVarObsInfos(mVariableIDs);
       for (auto label = mSeries.rbegin(); label != mSeries.rend(); ++label) {
         mObservations.RemoveSecondaryID(label->c_str());
       }
       mObservations.SetBatchID(mBatchSeries);
       mObservations.SetPhaseID(mPhaseSeries);
       mProject.SetBatchImportSettings(mSettings);
-      mVariables.SetIsDirty(mVariablesDirty);
       mObservations.SetIsDirty(mObservationsDirty);
     } catch (...) {
       // Only memory can run out here; the error that started the undo is the one to report.
@@ -477,21 +475,17 @@ class ProjectUndo {
   ProjectUndo(const ProjectUndo&) = delete;
   ProjectUndo& operator=(const ProjectUndo&) = delete;
 
-  void AddedVariable(unsigned long id) { mVariableIDs.push_back(id); }
   void AddedObservation(unsigned long id) { mObservationIDs.push_back(id); }
   void AddedSeries(const std::string& label) { mSeries.push_back(label); }
   void Done() { mDone = true; }
 
  private:
   NCProjectBase& mProject;
-  NCVariables& mVariables;
   NCObservations& mObservations;
   BatchImportSettings mSettings;
   int mBatchSeries;
   int mPhaseSeries;
-  bool mVariablesDirty;
   bool mObservationsDirty;
-  NCIntegralVector<unsigned long, 0> mVariableIDs;
   NCIntegralVector<unsigned long, 0> mObservationIDs;
   std::vector<std::string> mSeries;
   bool mDone = false;
@@ -506,21 +500,43 @@ int SeriesFor(NCObservations& observations, const std::string& label, ProjectUnd
   return observations.AddSecondaryID(label.c_str());
 }
 
-std::unique_ptr<VariableInfo> MakeVariable(CsvColumn& column, const std::string& name,
-                                           unsigned long uniqueID) {
-  switch (column.GetKind()) {
-    case CsvColumn::Kind::eQualitative: {
-      const NCStringVector levels(column.TakeLevels());
-      return std::make_unique<QualitativeVariableInfo>(name, uniqueID, &levels);
+// The series that each ID column of `parsed` fills, after the primary series 1. A column keeps
+// its values in the series labelled by its header, except the batch (phase) column of a
+// project that names its batches (phases) already: that fills the project's series, whatever
+// its header, and `notes` says so.
+std::vector<int> IDSeries(NCObservations& observations, const ParsedFile& parsed,
+                          const CsvImportOptions& options, ProjectUndo& undo,
+                          CsvImport::Notes* notes) {
+  const std::size_t batchColumn = options.idColumns.size();
+  std::vector<int> aliases{1};
+  for (std::size_t k = 0; k < parsed.ids.size(); ++k) {
+    const std::string& header = parsed.ids[k].header;
+    int series = 0;
+    if (!options.batchColumn.empty() && k >= batchColumn) {
+      series = k == batchColumn ? observations.GetBatchIDRaw() : observations.GetPhaseIDRaw();
+      const std::string label = series > 0 ? observations.GetIDLabelRaw(series) : std::string();
+      if (series > 0 && label != header && notes) {
+        notes->push_back(
+            (ExceptionMessage::translate(
+                 k == batchColumn ? "The column \"{1}\" names the batches of the series \"{2}\"."
+                                  : "The column \"{1}\" names the phases of the series \"{2}\".") %
+             header % label)
+                .str());
+      }
     }
-    case CsvColumn::Kind::eDateTime:
-      return std::make_unique<DateTimeVariableInfo>(name, uniqueID, VxTimeUtl::eParseISO8601,
-                                                    std::string(), column.GetDatasetFormat(),
-                                                    column.GetOffset(), column.GetAccuracy());
-    case CsvColumn::Kind::eQuantitative:
-      break;
+    if (series <= 0) series = SeriesFor(observations, header, undo);
+    for (std::size_t j = 0; j < aliases.size(); ++j) {
+      if (aliases[j] == series) {
+        throw NCError(
+            ExceptionMessage::translate(
+                "The columns \"{1}\" and \"{2}\" would both fill the ID series \"{3}\".") %
+            (j == 0 ? std::string() : parsed.ids[j - 1].header) % header %
+            observations.GetIDLabelRaw(series));
+      }
+    }
+    aliases.push_back(series);
   }
-  return std::make_unique<QuantitativeVariableInfo>(name, uniqueID);
+  return aliases;
 }
 
 int DataSetNumber(const NCProjectBase& project, int wanted) {
@@ -545,106 +561,195 @@ struct BatchRows {
   std::vector<std::string> batches;
 };
 
-// Refuses a batch import into a project whose batches are named in another series.
-void CheckBatchSeries(const NCObservations& observations, const CsvImportOptions& options) {
-  const auto check = [&observations](int series, const std::string& column) {
-    if (series < 1 || column.empty()) return;
-    const std::string label = observations.GetIDLabelRaw(series);
-    if (label != column) {
-      throw NCError(ExceptionMessage::translate(
-                        "The project names batches and phases in the ID series \"{1}\", not "
-                        "\"{2}\": name that column, or import into another project.") %
-                    label % column);
+// The rows of a dataset that new rows join: their names are taken, except those of the rows of
+// the batches `replaced`, which go.
+struct JoinedRows {
+  const NCDataSet* dataSet = nullptr;
+  std::unordered_set<std::string> replaced;
+};
+
+// The names among `wanted` that rows of `joined` have: one pass over its rows, looking each up
+// in a table of the wanted names, which are few.
+NameSet TakenNames(const JoinedRows& joined, const std::vector<std::string>& wanted) {
+  NameSet taken;
+  if (!joined.dataSet) return taken;
+  const NameSet asked(wanted.begin(), wanted.end());
+  const NCObservations& observations = joined.dataSet->GetProject()->GetObservations();
+  for (int row = 1; row <= joined.dataSet->SizeObservations(); ++row) {
+    const ObservationInfo* info = joined.dataSet->GetObservationInfo(row);
+    if (!info || asked.count(info->GetUserID(1)) == 0) continue;
+    if (joined.replaced.count(info->GetBatchName(observations)) == 0) {
+      taken.insert(info->GetUserID(1));
     }
-  };
-  check(observations.GetBatchIDRaw(), options.batchColumn);
-  check(observations.GetPhaseIDRaw(), options.phaseColumn);
+  }
+  return taken;
+}
+
+// The rows' records, added to the project: named by the first ID column (or by batch and
+// position, or by row number), unique within the dataset (`joined` included), with their
+// secondary IDs.
+VarObsInfoVector<ObservationInfo> AddRows(NCProjectBase& project, const ParsedFile& parsed,
+                                          const std::vector<int>& obsAliases,
+                                          const CsvImportOptions& options,
+                                          const BatchRows& batchRows, const JoinedRows& joined,
+                                          ProjectUndo& undo) {
+  NCObservations& observations = project.GetObservations();
+  std::size_t seriesCount = 1;
+  for (const int series : obsAliases) {
+    seriesCount = std::max(seriesCount, static_cast<std::size_t>(series));
+  }
+  const bool isBatch = !options.batchColumn.empty();
+  VarObsInfoVector<ObservationInfo> infos;
+  infos.reserve(parsed.rows);
+  observations.Reserve(parsed.rows);
+  std::vector<std::string> wanted = isBatch && options.idColumns.empty()
+                                        ? BatchPrimaryIDs(batchRows.batchOfRow, batchRows.batches)
+                                        : WantedPrimaryIDs(parsed, !options.idColumns.empty());
+  // Mostly every wanted ID differs from the others: then they are taken as they are.
+  NameSet taken = TakenNames(joined, wanted);
+  const bool distinct = taken.empty() && AreAllDistinct(wanted);
+  UniqueNamer names(std::move(taken));
+  std::vector<std::string> ids(seriesCount);
+  NCProgress progress(NCMessages::Translate("Adding the observations"), 0,
+                      static_cast<float>(parsed.rows), false, false, true);
+  for (std::size_t row = 0; row < parsed.rows; ++row) {
+    progress.SetValue(static_cast<float>(row));
+    ids[0] = distinct ? std::move(wanted[row]) : names.Make(wanted[row]);
+    for (std::size_t k = 0; k < parsed.ids.size(); ++k) {
+      ids[static_cast<std::size_t>(obsAliases[k + 1] - 1)] = parsed.ids[k].Get(row);
+    }
+    const unsigned long id = project.CreateUniqueID();
+    infos.push_back(observations.Add(std::make_unique<ObservationInfo>(ids, id), nullptr));
+    undo.AddedObservation(id);
+  }
+  progress.SetValue(static_cast<float>(parsed.rows));
+  return infos;
+}
+
+// The content of a file as a dataset of the project that is not stored yet: its variables and
+// row records are in the project, and go again unless `Done` is called.
+struct Staged {
+  Staged(NCProjectBase& project, bool renameClashes)
+      : undo(project), variables(project, renameClashes) {}
+  void Done() {
+    variables.Done();
+    undo.Done();
+  }
+  ProjectUndo undo;
+  ImportVariables variables;
+  boost::shared_ptr<NCDataSet> dataSet;  // goes first, before the records it points to
+};
+
+// Stages the content of `parsed` as dataset `number`; its rows' names avoid those of `joined`.
+void Stage(const boost::shared_ptr<NCProjectBase>& project, ParsedFile& parsed,
+           const std::string& name, int number, const std::string& importLog,
+           const CsvImportOptions& options, const BatchRows& batchRows, const JoinedRows& joined,
+           CsvImport::Notes* notes, Staged& staged) {
+  NCObservations& observations = project->GetObservations();
+  const NCIntegralVector<unsigned long, 0> varIDs =
+      staged.variables.Take(parsed.columns, parsed.values);
+  const std::vector<int> obsAliases = IDSeries(observations, parsed, options, staged.undo, notes);
+  VarObsInfoVector<ObservationInfo> infos =
+      AddRows(*project, parsed, obsAliases, options, batchRows, joined, staged.undo);
+  staged.dataSet = NCDataSet::Create(project, name.c_str(), number, std::move(parsed.values),
+                                     std::move(infos), &varIDs, obsAliases, std::vector<int>{1},
+                                     importLog.c_str(), nullptr, nullptr);
+  if (!options.batchColumn.empty()) {
+    const std::size_t batchColumn = options.idColumns.size();
+    const int phaseSeries = options.phaseColumn.empty() ? 0 : obsAliases[batchColumn + 2];
+    BatchUtilities::MakeBatchDataSet(*staged.dataSet, obsAliases[batchColumn + 1], phaseSeries);
+  }
 }
 
 boost::shared_ptr<NCDataSet> Commit(const boost::shared_ptr<NCProjectBase>& project,
                                     ParsedFile& parsed, const std::string& name, int number,
                                     const std::string& importLog, const CsvImportOptions& options,
-                                    const BatchRows& batchRows) {
-  NCVariables& variables = project->GetVariables();
-  NCObservations& observations = project->GetObservations();
-  const bool isBatch = !options.batchColumn.empty();
-  if (isBatch) CheckBatchSeries(observations, options);
-  ProjectUndo undo(*project);
-
-  // Every ID column keeps its header as the label of a series, the first one too: the primary
-  // series has a fixed label, and the primary IDs may be made unique.
-  std::vector<int> obsAliases{1};
-  for (std::size_t k = 0; k < parsed.ids.size(); ++k) {
-    obsAliases.push_back(SeriesFor(observations, parsed.ids[k].header, undo));
-  }
-  std::size_t seriesCount = 1;
-  for (const int series : obsAliases) {
-    seriesCount = std::max(seriesCount, static_cast<std::size_t>(series));
-  }
-
-  NCIntegralVector<unsigned long, 0> varIDs;
-  varIDs.reserve(parsed.columns.size());
-  {
-    // The container's lookup, which each new record enters.
-    const boost::shared_ptr<InfosByUserID> lookup = variables.GetInfosByUserID(1);
-    UniqueNamer names(*lookup);
-    const std::string defaultName =
-        NCMessages::Translate("Default variable name (short, no spaces)", "New_Var");
-    for (CsvColumn& column : parsed.columns) {
-      const unsigned long id = project->CreateUniqueID();
-      const std::string wanted = column.GetName().empty() ? defaultName : column.GetName();
-      variables.Add(MakeVariable(column, names.Make(wanted), id), lookup.get());
-      undo.AddedVariable(id);
-      varIDs.push_back(id);
-    }
-  }
-
-  VarObsInfoVector<ObservationInfo> infos;
-  infos.reserve(parsed.rows);
-  observations.Reserve(parsed.rows);
-  {
-    std::vector<std::string> wanted = isBatch && options.idColumns.empty()
-                                          ? BatchPrimaryIDs(batchRows.batchOfRow, batchRows.batches)
-                                          : WantedPrimaryIDs(parsed, !options.idColumns.empty());
-    const boost::shared_ptr<InfosByUserID> lookup = observations.GetInfosByUserID(1);
-    // Mostly every wanted ID is free: then they are taken as they are, and the records need
-    // not enter the lookup one by one (the container builds it anew when asked).
-    const bool allFree = AreAllFree(wanted, *lookup);
-    UniqueNamer names(*lookup);
-    std::vector<std::string> ids(seriesCount);
-    NCProgress progress(NCMessages::Translate("Adding the observations"), 0,
-                        static_cast<float>(parsed.rows), false, false, true);
-    for (std::size_t row = 0; row < parsed.rows; ++row) {
-      progress.SetValue(static_cast<float>(row));
-      ids[0] = allFree ? std::move(wanted[row]) : names.Make(wanted[row]);
-      for (std::size_t k = 0; k < parsed.ids.size(); ++k) {
-        ids[static_cast<std::size_t>(obsAliases[k + 1] - 1)] = parsed.ids[k].Get(row);
-      }
-      const unsigned long id = project->CreateUniqueID();
-      infos.push_back(observations.Add(std::make_unique<ObservationInfo>(ids, id),
-                                       allFree ? nullptr : lookup.get()));
-      undo.AddedObservation(id);
-    }
-    progress.SetValue(static_cast<float>(parsed.rows));
-  }
-
-  // The new variables must pass the project's change check, without asking the user.
+                                    const BatchRows& batchRows, CsvImport::Notes* notes) {
+  Staged staged(*project, options.renameClashes);
+  Stage(project, parsed, name, number, importLog, options, batchRows, JoinedRows(), notes, staged);
+  // The new dataset must pass the project's change check, without asking the user.
   {
     MuteUserComm mute;
     const ScopedUserComm quiet(&mute);
-    if (!project->CanChangeVariables(number, varIDs)) ThrowRefused(name);
+    if (!project->CanChangeVariables(number, staged.dataSet->GetVarIDs())) ThrowRefused(name);
   }
-  const boost::shared_ptr<NCDataSet> dataSet = NCDataSet::Create(
-      project, name.c_str(), number, std::move(parsed.values), std::move(infos), &varIDs,
-      obsAliases, std::vector<int>{1}, importLog.c_str(), nullptr, nullptr);
-  if (isBatch) {
-    const std::size_t batchColumn = options.idColumns.size();
-    const int phaseSeries = options.phaseColumn.empty() ? 0 : obsAliases[batchColumn + 2];
-    BatchUtilities::MakeBatchDataSet(*dataSet, obsAliases[batchColumn + 1], phaseSeries);
+  if (!project->SaveDataSet(staged.dataSet)) ThrowRefused(name);
+  staged.Done();
+  return staged.dataSet;
+}
+
+// The names of `variables` (record IDs) in the project, joined by ", ".
+std::string VariableNames(const NCVariables& variables, const std::vector<unsigned long>& ids) {
+  std::string names;
+  for (const unsigned long id : ids) {
+    if (!names.empty()) names += ", ";
+    const VariableInfo* variable = variables[id];
+    names += variable ? variable->GetUserID(1) : std::to_string(id);
   }
-  if (!project->SaveDataSet(dataSet)) ThrowRefused(name);
-  undo.Done();
-  return dataSet;
+  return names;
+}
+
+// Appends the batches of `parsed` to `dataSet`, as `CsvImport::AppendText` describes.
+std::string Append(NCDataSet& dataSet, ParsedFile& parsed, const CsvImportOptions& options,
+                   const BatchRows& batchRows, bool replace, CsvImport::Notes* notes) {
+  const boost::shared_ptr<NCProjectBase> project = dataSet.GetProject();
+  const NCStringVector names = dataSet.GetBatchInfoVector()->GetBatchNames();
+  const std::unordered_set<std::string> held(names.GetVector().begin(), names.GetVector().end());
+  JoinedRows joined;
+  joined.dataSet = &dataSet;
+  std::vector<std::string> present;
+  for (const std::string& batch : batchRows.batches) {
+    if (held.count(batch) == 0) continue;
+    if (!replace) {
+      throw NCError(ExceptionMessage::translate("Dataset {1} \"{2}\" holds the batch \"{3}\" "
+                                                "already: import with --replace to replace it.") %
+                    dataSet.GetNumber() % dataSet.GetName() % batch);
+    }
+    present.push_back(batch);
+    joined.replaced.insert(batch);
+  }
+
+  Staged staged(*project, options.renameClashes);
+  Stage(project, parsed, dataSet.GetName(), dataSet.GetNumber(), std::string(), options, batchRows,
+        joined, notes, staged);
+  const NCIntegralVector<unsigned long, 0> before = dataSet.GetVarIDs();
+  const NCIntegralVector<unsigned long, 0> file = staged.dataSet->GetVarIDs();
+  std::vector<unsigned long> added;
+  std::vector<unsigned long> lacking;
+  for (const unsigned long id : file) {
+    if (std::find(before.begin(), before.end(), id) == before.end()) added.push_back(id);
+  }
+  for (const unsigned long id : before) {
+    if (std::find(file.begin(), file.end(), id) == file.end()) lacking.push_back(id);
+  }
+
+  std::string log;
+  if (!present.empty()) log = BatchCommands::DeleteBatches(dataSet, present, {});
+  {
+    MuteUserComm mute;
+    const ScopedUserComm quiet(&mute);
+    if (!dataSet.Merge(*staged.dataSet, true, false, nullptr)) {
+      throw NCError(ExceptionMessage::translate("The project refused the change of dataset {1}.") %
+                    dataSet.GetNumber());
+    }
+  }
+  staged.Done();
+  const NCVariables& variables = project->GetVariables();
+  if (notes && !added.empty()) {
+    notes->push_back(
+        (ExceptionMessage::translate("New variables, missing in the earlier observations: {1}.") %
+         VariableNames(variables, added))
+            .str());
+  }
+  if (notes && !lacking.empty()) {
+    notes->push_back(
+        (ExceptionMessage::translate("Not in the file, missing in the new observations: {1}.") %
+         VariableNames(variables, lacking))
+            .str());
+  }
+  return log + (ExceptionMessage::translate("Appended {1} batches, {2} observations.") %
+                batchRows.batches.size() % parsed.rows)
+                   .str();
 }
 
 }  // namespace
@@ -663,16 +768,16 @@ std::string CsvImport::BatchRowID(const std::string& batch, std::size_t position
 
 boost::shared_ptr<NCDataSet> CsvImport::ImportFile(const boost::shared_ptr<NCProjectBase>& project,
                                                    const std::string& path,
-                                                   const CsvImportOptions& options) {
+                                                   const CsvImportOptions& options, Notes* notes) {
   CheckCsvCharacters(options.separator, options.decimal);
   const MappedFile file(path);
-  return ImportText(project, file.GetText(), path, options);
+  return ImportText(project, file.GetText(), path, options, notes);
 }
 
 boost::shared_ptr<NCDataSet> CsvImport::ImportText(const boost::shared_ptr<NCProjectBase>& project,
                                                    std::string_view text,
                                                    const std::string& sourceName,
-                                                   const CsvImportOptions& options) {
+                                                   const CsvImportOptions& options, Notes* notes) {
   if (!project) throw InvalidArgument("CsvImport::ImportText: no project");
   CheckCsvCharacters(options.separator, options.decimal);
   const int number = detail::DataSetNumber(*project, options.number);
@@ -690,7 +795,41 @@ boost::shared_ptr<NCDataSet> CsvImport::ImportText(const boost::shared_ptr<NCPro
       (boost::format(NCMessages::Translate("Imported from %1%: %2% observations, %3% variables.")) %
        sourceName % parsed.rows % parsed.columns.size())
           .str();
-  return detail::Commit(project, parsed, name, number, log, options, batchRows);
+  return detail::Commit(project, parsed, name, number, log, options, batchRows, notes);
+}
+
+void CsvImport::AppendFile(NCDataSet& dataSet, const std::string& path,
+                           const CsvImportOptions& options, bool replace, Notes* notes) {
+  CheckCsvCharacters(options.separator, options.decimal);
+  const MappedFile file(path);
+  AppendText(dataSet, file.GetText(), path, options, replace, notes);
+}
+
+void CsvImport::AppendText(NCDataSet& dataSet, std::string_view text, const std::string& sourceName,
+                           CsvImportOptions options, bool replace, Notes* notes) {
+  CheckCsvCharacters(options.separator, options.decimal);
+  const boost::shared_ptr<NCProjectBase> project = dataSet.GetProject();
+  if (!project) throw InvalidArgument("CsvImport::AppendText: a dataset without its project");
+  if (!dataSet.GetBatchInfoVector()) {
+    throw NCError(ExceptionMessage::translate(
+                      "Dataset {1} \"{2}\" is not a batch dataset: batches can only be appended to "
+                      "a batch dataset.") %
+                  dataSet.GetNumber() % dataSet.GetName());
+  }
+  // Without --batch (--phase) the columns are those the project names its series after.
+  const NCObservations& observations = project->GetObservations();
+  if (options.batchColumn.empty() && observations.GetBatchIDRaw() > 0) {
+    options.batchColumn = observations.GetIDLabelRaw(observations.GetBatchIDRaw());
+  }
+  if (options.phaseColumn.empty() && observations.GetPhaseIDRaw() > 0 &&
+      dataSet.GetPhaseInfoVector()) {
+    options.phaseColumn = observations.GetIDLabelRaw(observations.GetPhaseIDRaw());
+  }
+  detail::ParsedFile parsed = detail::Parse(text, sourceName, options);
+  detail::BatchRows batchRows;
+  batchRows.batchOfRow = detail::GroupBatches(parsed, text, sourceName, options, batchRows.batches);
+  const std::string log = detail::Append(dataSet, parsed, options, batchRows, replace, notes);
+  if (notes) notes->insert(notes->begin(), log);
 }
 
 }  // namespace ncds::tool

@@ -26,6 +26,9 @@ struct CsvImportOptions {
   // batch column the dataset is a batch dataset.
   std::string batchColumn;
   std::string phaseColumn;
+  // A column whose name a project variable of another kind carries gets a new variable of a
+  // free name (x_1) instead of refusing the import.
+  bool renameClashes = false;
 };
 
 struct CsvExportOptions {

@@ -117,6 +117,15 @@ void QualitativeVariableInfo::AppendSetting(const char* name) {
                       setting);
 }
 
+void QualitativeVariableInfo::TruncateSettings(int count) {
+  if (count < 0 || count >= SizeSettings()) return;
+  mLevels.RemoveStrings(static_cast<std::size_t>(count),
+                        mLevels.size() - static_cast<std::size_t>(count));
+  mSettingsMap.erase(std::remove_if(mSettingsMap.begin(), mSettingsMap.end(),
+                                    [count](const Setting& s) { return s.second > count; }),
+                     mSettingsMap.end());
+}
+
 const std::string& QualitativeVariableInfo::GetSettingName(int k) const {
   return k >= 1 ? mLevels[static_cast<std::size_t>(k - 1)] : VxStdString::Empty();
 }

@@ -43,6 +43,9 @@ class NCDS_EXPORT QualitativeVariableInfo : public VariableInfo {
 
   // Appends level n+1 named `name` as given; an empty or blank name is ignored.
   void AppendSetting(const char* name);
+  // Keeps the first `count` levels and drops the others (those appended last); nothing when
+  // there are no more than `count`.
+  void TruncateSettings(int count);
   int SizeSettings() const { return static_cast<int>(mLevels.size()); }
   // The name of level `k` (1-based); empty out of range.
   const std::string& GetSettingName(int k) const;

@@ -147,19 +147,19 @@ TEST(CsvImport, IDSeriesAndUniqueNames) {
   const auto project = NCProject::Create();
   CsvImportOptions options;
   options.idColumns = {"ID", "Batch"};
-  Import(project, "ID,Batch,x\na,B1,1\n", options);
+  const auto first = Import(project, "ID,Batch,x\na,B1,1\n", options);
   const int batchSeries = project->GetObservations().SizeAliases();
   EXPECT_EQ(project->GetObservations().GetIDLabelRaw(batchSeries), "Batch");
 
-  // Primary IDs are made unique against the project and each other, ignoring case; an empty
-  // one is the row number first. The Batch series is found again, not added.
+  // Primary IDs are made unique within the dataset, ignoring case (the first import's "a" does
+  // not count); an empty one is the row number first. The Batch series is found again.
   const auto data =
       Import(project,
              "x,ID,Batch,x,\n"
              "1,a,B1,2,3\n2,A,B2,3,4\n3,a_1,B2,4,5\n4,,,5,6\n5,b,B3,6,7\n6,b,B3,7,8\n",
              options);
   EXPECT_EQ(project->GetObservations().SizeAliases(), batchSeries);
-  EXPECT_EQ(PrimaryIDs(*data), (std::vector<std::string>{"a_1", "A_2", "a_1_1", "4", "b", "b_1"}));
+  EXPECT_EQ(PrimaryIDs(*data), (std::vector<std::string>{"a", "A_1", "a_1_1", "4", "b", "b_1"}));
   EXPECT_EQ(PrimaryIDs(*data, batchSeries),
             (std::vector<std::string>{"B1", "B2", "B2", "", "B3", "B3"}));
   // The ID column keeps its values, as they were, in a series of its header's name.
@@ -172,7 +172,6 @@ TEST(CsvImport, IDSeriesAndUniqueNames) {
   // Exactly the names the container's own rule gives, one record after the other.
   const auto check = NCProject::Create();
   NCObservations& observations = check->GetObservations();
-  observations.Add(std::make_unique<ObservationInfo>("a", check->CreateUniqueID()));
   const auto lookup = observations.GetInfosByUserID(1);
   for (const char* wanted : {"a", "A", "a_1", "4", "b", "b"}) {
     observations.Add(
@@ -181,18 +180,17 @@ TEST(CsvImport, IDSeriesAndUniqueNames) {
         lookup.get());
   }
   std::vector<std::string> expected;
-  for (auto it = std::next(observations.begin()); it != observations.end(); ++it) {
-    expected.push_back(it->second->GetUserID(1));
-  }
+  for (const auto& entry : observations) expected.push_back(entry.second->GetUserID(1));
   EXPECT_EQ(PrimaryIDs(*data), expected);
 
-  // Variables: duplicate headers and the project's names are told apart; an empty header gets
-  // the default name. Values stay with their columns.
+  // Variables: the first "x" is the project's, the repeated header a new one; an empty header
+  // gets the default name. Values stay with their columns.
   std::vector<std::string> names;
   for (int var = 1; var <= data->SizeVariables(); ++var) {
     names.push_back(data->GetVariableInfo(var)->GetUserID(1));
   }
-  EXPECT_EQ(names, (std::vector<std::string>{"x_1", "x_2", "New_Var"}));
+  EXPECT_EQ(names, (std::vector<std::string>{"x", "x_1", "New_Var"}));
+  EXPECT_EQ(data->GetVarID(1), first->GetVarID(1));
   EXPECT_EQ(Column(*data, 2), (std::vector<float>{2, 3, 4, 5, 6, 7}));
 
   // Many equal IDs stay cheap and come out numbered in order.
@@ -203,6 +201,162 @@ TEST(CsvImport, IDSeriesAndUniqueNames) {
   const auto same = Import(project, many, primaryOnly);
   EXPECT_EQ(same->GetObservationInfo(1)->GetUserID(1), "same");
   EXPECT_EQ(same->GetObservationInfo(20000)->GetUserID(1), "same_19999");
+}
+
+TEST(CsvImport, ASecondFileSharesTheProjectsVariables) {
+  const auto project = NCProject::Create();
+  const auto first = Import(project, "t,Grade,Temp\n2024-01-01,low,1\n2024-01-02,high,2\n");
+  const std::size_t variableCount = project->GetVariables().size();
+
+  // Names match ignoring case; levels merge (HIGH is high, medium is new); date-times count
+  // from the variable's offset in its unit (days).
+  const auto second =
+      Import(project, "temp,grade,T2,t\n3,HIGH,5,2024-01-03\n4,medium,6,2024-01-01T12:00\n");
+  EXPECT_EQ(project->GetVariables().size(), variableCount + 1);  // T2 only
+  EXPECT_EQ(second->GetVarIDs()[0], first->GetVarIDs()[2]);
+  EXPECT_EQ(second->GetVarIDs()[1], first->GetVarIDs()[1]);
+  EXPECT_EQ(second->GetVarIDs()[3], first->GetVarIDs()[0]);
+  const auto* grade = second->GetVariableInfo(2)->AsQualitativeVariableInfo();
+  EXPECT_EQ(grade->GetSettings().GetVector(), (std::vector<std::string>{"low", "high", "medium"}));
+  EXPECT_EQ(Column(*second, 2), (std::vector<float>{2, 3}));
+  EXPECT_EQ(Column(*first, 2), (std::vector<float>{1, 2}));
+  EXPECT_EQ(Column(*second, 4), (std::vector<float>{2, 0.5F}));
+  EXPECT_EQ(project->GetVariables()[second->GetVarIDs()[3]]->Decode(2), "2024-01-03");
+
+  // A kind clash is refused, naming the column and both kinds, and changes nothing, also when
+  // an earlier column's levels would merge; a refusal after the merge takes the levels back.
+  for (const char* text : {"Grade\n1\n", "grade,Temp\nnew,1\nnewer,x\n"}) {
+    const Snapshot before(*project);
+    EXPECT_NE(ImportError(project, text), "") << text;
+    ExpectUnchanged(before, *project);
+  }
+  EXPECT_EQ(ImportError(project, "Grade\n1\n"),
+            "The column \"Grade\" is quantitative, but the project's variable \"Grade\" is "
+            "qualitative: rename the column, or import with --rename-clashes.");
+  project->SetChangeCheck([](int, const NCIntegralVector<unsigned long, 0>&) { return false; });
+  {
+    const Snapshot before(*project);
+    EXPECT_NE(ImportError(project, "Grade,new\nnewest,1\n"), "");
+    ExpectUnchanged(before, *project);
+    EXPECT_EQ(grade->SizeSettings(), 3);
+  }
+  project->SetChangeCheck(nullptr);
+  CsvImportOptions rename;
+  rename.renameClashes = true;
+  const auto renamed = Import(project, "Grade,Temp\n1,2\n", rename);
+  EXPECT_EQ(renamed->GetVariableInfo(1)->GetUserID(1), "Grade_1");
+  EXPECT_EQ(renamed->GetVarIDs()[1], first->GetVarIDs()[2]);
+}
+
+TEST(CsvImport, BatchFilesOfOneProcessShareSeriesAndRowNames) {
+  const auto project = NCProject::Create();
+  CsvImportOptions options;
+  options.batchColumn = "BATCH NUMBER";
+  options.phaseColumn = "Phase";
+  const auto first = Import(project, "BATCH NUMBER,Phase,x\nB1,P1,1\nB1,P2,2\n", options);
+  const NCObservations& observations = project->GetObservations();
+  const int series = observations.SizeAliases();
+
+  // Another header for the batch (and phase) column fills the project's series, and says so.
+  options.batchColumn = "batch_id";
+  options.phaseColumn = "step";
+  CsvImport::Notes notes;
+  const auto second = CsvImport::ImportText(project, "x,batch_id,step\n3,B1,P1\n4,B2,P3\n",
+                                            "dir/data.csv", options, &notes);
+  EXPECT_EQ(observations.SizeAliases(), series);
+  EXPECT_EQ(notes, (CsvImport::Notes{
+                       "The column \"batch_id\" names the batches of the series \"BATCH NUMBER\".",
+                       "The column \"step\" names the phases of the series \"Phase\"."}));
+  EXPECT_EQ(second->GetUsedObsAliases(), first->GetUsedObsAliases());
+  EXPECT_EQ(PrimaryIDs(*second, observations.GetBatchIDRaw()),
+            (std::vector<std::string>{"B1", "B2"}));
+  EXPECT_EQ(PrimaryIDs(*second, observations.GetPhaseIDRaw()),
+            (std::vector<std::string>{"P1", "P3"}));
+  // Rows keep the names their batches give them, as in the first file.
+  EXPECT_EQ(PrimaryIDs(*first), (std::vector<std::string>{"B1_001", "B1_002"}));
+  EXPECT_EQ(PrimaryIDs(*second), (std::vector<std::string>{"B1_001", "B2_001"}));
+  EXPECT_EQ(second->GetVarIDs()[0], first->GetVarIDs()[0]);
+
+  // An ID column that would fill the batch series as well is refused.
+  options.idColumns = {"BATCH NUMBER"};
+  const Snapshot before(*project);
+  EXPECT_EQ(ImportError(project, "BATCH NUMBER,batch_id,step,x\na,B1,P1,1\n", options),
+            "The columns \"BATCH NUMBER\" and \"batch_id\" would both fill the ID series "
+            "\"BATCH NUMBER\".");
+  ExpectUnchanged(before, *project);
+}
+
+TEST(CsvImport, AppendedBatchesEqualOneImportOfBothFiles) {
+  const auto project = NCProject::Create();
+  CsvImportOptions options;
+  options.batchColumn = "Batch";
+  options.phaseColumn = "Phase";
+  const auto data =
+      Import(project, "Batch,Phase,x,y\nB1,P1,1,10\nB1,P2,2,20\nB2,P1,3,30\n", options);
+  const auto append = [&](const std::string& text, const CsvImportOptions& o, bool replace) {
+    CsvImport::Notes notes;
+    CsvImport::AppendText(*data, text, "dir/more.csv", o, replace, &notes);
+    return notes;
+  };
+  const auto appendError = [&](const std::string& text, const CsvImportOptions& o) {
+    const Snapshot before(*project);
+    const std::vector<float> x = Column(*data, 1);
+    std::string message;
+    try {
+      append(text, o, false);
+    } catch (const NCError& e) {
+      message = e.what();
+    }
+    ExpectUnchanged(before, *project);
+    EXPECT_EQ(Column(*data, 1), x);
+    return message;
+  };
+
+  // Another batch header, a new column and one missing; the phase column is the project's.
+  CsvImportOptions other;
+  other.batchColumn = "batch_id";
+  EXPECT_EQ(append("batch_id,Phase,z,x\nB3,P1,5,4\nB3,P3,7,6\n", other, false),
+            (CsvImport::Notes{"Appended 1 batches, 2 observations.",
+                              "The column \"batch_id\" names the batches of the series \"Batch\".",
+                              "New variables, missing in the earlier observations: z.",
+                              "Not in the file, missing in the new observations: y."}));
+  const auto whole = Import(project,
+                            "Batch,Phase,x,y,z\nB1,P1,1,10,\nB1,P2,2,20,\nB2,P1,3,30,\n"
+                            "B3,P1,4,,5\nB3,P3,6,,7\n",
+                            options);
+  ASSERT_EQ(data->SizeObservations(), whole->SizeObservations());
+  EXPECT_EQ(data->GetVarIDs(), whole->GetVarIDs());
+  for (int var = 1; var <= 3; ++var) EXPECT_EQ(Column(*data, var), Column(*whole, var)) << var;
+  EXPECT_EQ(PrimaryIDs(*data), PrimaryIDs(*whole));
+  EXPECT_EQ(data->GetBatchInfoVector()->GetBatchNames(),
+            whole->GetBatchInfoVector()->GetBatchNames());
+  EXPECT_EQ(data->GetPhaseInfoVector()->size(), 3U);
+
+  // Refusals change nothing.
+  EXPECT_EQ(appendError("Batch,Phase,x\nB4,P1,1\nB2,P1,2\n", options),
+            "Dataset 1 \"data\" holds the batch \"B2\" already: import with --replace to "
+            "replace it.");
+  EXPECT_EQ(appendError("Phase,x\nP1,1\n", CsvImportOptions()),
+            "dir/more.csv: there is no column named \"Batch\".");
+  EXPECT_EQ(appendError("Batch,Phase,x\nB4,P1,a\n", options),
+            "The column \"x\" is qualitative, but the project's variable \"x\" is quantitative: "
+            "rename the column, or import with --rename-clashes.");
+  const auto plain = Import(project, "x\n1\n");
+  try {
+    CsvImport::AppendText(*plain, "Batch,x\nB1,1\n", "dir/more.csv", options, false);
+    ADD_FAILURE() << "appended to an ordinary dataset";
+  } catch (const NCError& e) {
+    EXPECT_STREQ(e.what(),
+                 "Dataset 3 \"data\" is not a batch dataset: batches can only be appended to a "
+                 "batch dataset.");
+  }
+
+  // --replace: the old rows of B1 go, the new ones take their names.
+  append("Batch,Phase,x\nB1,P1,9\n", options, true);
+  EXPECT_EQ(data->GetBatchInfoVector()->GetBatchNames().GetVector(),
+            (std::vector<std::string>{"B2", "B3", "B1"}));
+  EXPECT_EQ(PrimaryIDs(*data), (std::vector<std::string>{"B2_001", "B3_001", "B3_002", "B1_001"}));
+  EXPECT_EQ(Column(*data, 1), (std::vector<float>{3, 4, 6, 9}));
 }
 
 TEST(CsvImport, ErrorsNameTheirPlaceAndChangeNothing) {
