@@ -222,6 +222,19 @@ class Dataset:
         """Writes the dataset as CSV, as `ncds export` does (locally centered with `centered`)."""
         self._handle.export_csv(str(path), centered, separator, decimal)
 
+    def append(self, frame, batch=None, phase=None, id=None, replace=False,
+               rename_clashes=False, progress=None):
+        """Appends the batches of a DataFrame to this batch dataset, as `ncds import --into`
+        does, and saves it: rows after the dataset's batches, columns matched by variable name
+        (new ones missing in the earlier rows), `batch` and `phase` default to the project's
+        series names. A batch the dataset holds already is refused unless `replace`. Returns
+        the log, one line each."""
+        ids = [id] if isinstance(id, str) else list(id or [])
+        text = frame.to_csv(index=False, date_format="%Y-%m-%dT%H:%M:%S", na_rep="")
+        log = self._handle.append(text, True, ids, batch or "", phase or "", ",", ".", [],
+                                  replace, rename_clashes, _progress(progress))
+        return log.splitlines()
+
     def fingerprint(self):
         """The MD5 digest of the values (row by row, little-endian singles), in hex."""
         return self._handle.fingerprint()
@@ -301,10 +314,20 @@ class Project:
     # installed.
 
     def import_csv(self, path, name="", ids=(), batch="", phase="", separator=",",
-                   decimal=".", missing=(), rename_clashes=False, progress=None):
+                   decimal=".", missing=(), rename_clashes=False, into=None, replace=False,
+                   progress=None):
         """Imports a CSV file as a new dataset, as `ncds import` does; `batch` (and `phase`)
         name the columns of a batch dataset. Columns take the project's variables of their
-        names; one whose variable is of another kind is refused unless `rename_clashes`."""
+        names; one whose variable is of another kind is refused unless `rename_clashes`. With
+        `into` (a batch dataset, its name or number) the file's batches are appended to that
+        dataset instead (see `Dataset.append`; `replace` replaces batches it holds), which is
+        returned."""
+        if into is not None:
+            target = into if isinstance(into, Dataset) else self.load(into)
+            target._handle.append(str(path), False, list(ids), batch or "", phase or "",
+                                  separator, decimal, list(missing), replace, rename_clashes,
+                                  _progress(progress))
+            return target
         _, made = self._handle.import_csv(
             str(path), name, list(ids), batch or "", phase or "", separator, decimal,
             list(missing), rename_clashes, _progress(progress))

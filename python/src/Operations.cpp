@@ -392,10 +392,41 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           },
           py::arg("path"), py::arg("centered") = false, py::arg("separator") = ',',
           py::arg("decimal") = '.')
-      .def("fingerprint", [](const DataSetHandle& d) {
-        py::gil_scoped_release release;
-        return DataSetPredictionData::Fingerprint(*d.dataSet);
-      });
+      .def("fingerprint",
+           [](const DataSetHandle& d) {
+             py::gil_scoped_release release;
+             return DataSetPredictionData::Fingerprint(*d.dataSet);
+           })
+      .def(
+          "append",
+          [](const DataSetHandle& d, const std::string& source, bool isText,
+             const std::vector<std::string>& ids, const std::string& batch,
+             const std::string& phase, char separator, char decimal,
+             const std::vector<std::string>& missing, bool replace, bool renameClashes,
+             const py::object& progress) {
+            tool::CsvImportOptions options = ImportOptions("", ids, batch, phase, renameClashes);
+            options.separator = separator;
+            options.decimal = decimal;
+            options.missingTexts = missing;
+            const ProjectHandle handle{d.project, std::string()};
+            return EditAndSave(handle, d, progress, [&](NCDataSet& dataSet) {
+              tool::CsvImport::Notes notes;
+              if (isText) {
+                tool::CsvImport::AppendText(dataSet, source, dataSet.GetName(), options, replace,
+                                            &notes);
+              } else {
+                tool::CsvImport::AppendFile(dataSet, source, options, replace, &notes);
+              }
+              std::string log;
+              for (const std::string& note : notes) log += note + '\n';
+              return log;
+            });
+          },
+          py::arg("source"), py::arg("is_text"), py::arg("ids"), py::arg("batch"), py::arg("phase"),
+          py::arg("separator"), py::arg("decimal"), py::arg("missing"), py::arg("replace"),
+          py::arg("rename_clashes"), py::arg("progress"),
+          "Appends the batches of a CSV file (or text) to this batch dataset and saves it; the "
+          "log.");
 
   DefOnRows(project, "align_rows", AlignedArrays,
             "Aligns rows held in arrays as `align` aligns a dataset of them, without making one: "

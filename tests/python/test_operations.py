@@ -90,3 +90,37 @@ def test_refusals_and_cancels_arrive_as_python_errors(runs):
     assert project.datasets() == before
     project.delete_batches(data, batches=["B2"], phases=[("Feed", "B1")])
     assert sorted(set(data.batches)) == ["B1", "B3"] and data.shape[0] == 7
+
+
+def test_appended_batches_and_a_second_campaign_share_variables(runs, tmp_path):
+    project, data = runs
+    more = pd.DataFrame({"batch_id": ["B4"] * 3, "Phase": ["Growth", "Growth", "Feed"],
+                         "Temp": [40.0, 41.0, np.nan], "Time": [0.0, 1.0, 2.0],
+                         "Stir": [1.0, 2.0, 3.0]})
+    log = data.append(more, batch="batch_id")
+    assert log[0] == "Appended 1 batches, 3 observations." and "Stir" in log[2]
+    assert data.shape == (21, 3) and data.variable_names == ["Time", "Temp", "Stir"]
+    assert data.batches[-3:] == ["B4"] * 3
+    assert np.isnan(data.get_values(as_nan=True)[0, 2]) and data.values[-1, 2] == 3.0
+    assert project.load("runs").fingerprint() == data.fingerprint()  # saved
+    before = data.fingerprint()
+    with pytest.raises(ncds.Error, match='holds the batch "B4" already'):
+        data.append(more, batch="batch_id")
+    with pytest.raises(ncds.Error, match='"Temp" is qualitative'):
+        data.append(more.assign(batch_id="B5", Temp="warm"), batch="batch_id")
+    assert data.fingerprint() == before
+    data.append(more.assign(Temp=7.0), batch="batch_id", replace=True)
+    assert data.shape == (21, 3) and data.values[-1, 1] == 7.0
+
+    # A file appended with `into`; a second campaign imported on its own takes the same
+    # variables, so that its summaries merge into the same columns.
+    path = tmp_path / "b5.csv"
+    more.assign(batch_id="B5").to_csv(path, index=False)
+    assert project.import_csv(path, into="runs", batch="batch_id").shape == (24, 3)
+    second = project.import_csv(path, batch="batch_id", phase="Phase", name="second")
+    assert second.variable_names == ["Temp", "Time", "Stir"]
+    first = project.summarize(data, stats="Mean", variables=["Temp"], name="first")
+    project.merge(first, project.summarize(second, stats="Mean", variables=["Temp"]))
+    assert list(first.to_pandas().columns) == ["Temp_Mean"] and first.shape == (5, 1)
+    matrix = project.add_matrix(np.ones((2, 1)), ["temp"])
+    assert matrix.variables[0]["id"] == data.variables[1]["id"]

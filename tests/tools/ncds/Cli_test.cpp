@@ -461,6 +461,52 @@ TEST(Cli, BatchFilesThatCannotBeImported) {
             std::string::npos);
 }
 
+TEST(Cli, BatchesAppendedIntoADatasetOrRefusedWithTheProjectUnchanged) {
+  const ncds::test::TempFile data("cli_append.csv");
+  const ncds::test::TempFile more("cli_append_more.csv");
+  const ncds::test::TempFile project("cli_append.ncds");
+  ImportRuns(data.path(), project.path());
+  WriteText(more.path(), "batch_id,Phase,Temp,Time,Stir\nB4,Growth,40,0,1\nB4,Feed,41,1,2\n");
+  Outcome o =
+      RunNcds({"import", more.path(), project.path(), "--into", "runs", "--batch", "batch_id"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out,
+            "Appended 1 batches, 2 observations.\n"
+            "The column \"batch_id\" names the batches of the series \"Batch\".\n"
+            "New variables, missing in the earlier observations: Stir.\n"
+            "Dataset 1 \"runs\": 9 observations, 4 batches, 2 phases.\n");
+
+  // Refusals, each in one sentence, leave every dataset's values as they were.
+  ASSERT_EQ(RunNcds({"import", data.path(), project.path(), "--name", "plain"}).code, 0);
+  const auto fingerprints = [&] {
+    return RunNcds({"fingerprint", project.path(), "runs"}).out +
+           RunNcds({"fingerprint", project.path(), "plain"}).out + Listing(project.path());
+  };
+  const std::string before = fingerprints();
+  const auto refused = [&](std::vector<std::string> args, const std::string& message) {
+    args.insert(args.begin(), {"import", more.path(), project.path()});
+    ExpectOneLineError(RunNcds(args), 1, message);
+    EXPECT_EQ(fingerprints(), before);
+  };
+  refused({"--into", "runs", "--batch", "batch_id"},
+          "Dataset 1 \"runs\" holds the batch \"B4\" already: import with --replace");
+  refused({"--into", "runs"}, "there is no column named \"Batch\"");
+  refused({"--into", "nothing", "--batch", "batch_id"}, "nothing");
+  refused({"--into", "plain", "--batch", "batch_id"}, "is not a batch dataset");
+  WriteText(more.path(), "batch_id,Phase,Temp\nB5,Growth,warm\n");
+  refused({"--into", "runs", "--batch", "batch_id"},
+          "The column \"Temp\" is qualitative, but the project's variable \"Temp\" is "
+          "quantitative");
+  EXPECT_EQ(RunNcds({"import", more.path(), project.path(), "--replace"}).code, 2);
+
+  // --replace takes the old rows of B4 out first.
+  WriteText(more.path(), "Batch,Phase,Temp\nB4,Growth,50\n");
+  o = RunNcds({"import", more.path(), project.path(), "--into", "runs", "--replace"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find("Dataset 1 \"runs\": 8 observations, 4 batches"), std::string::npos)
+      << o.out;
+}
+
 TEST(Cli, SummarizeBatchesAndMergeSummaries) {
   const ncds::test::TempFile data("cli_summary.csv");
   const ncds::test::TempFile project("cli_summary.ncds");
