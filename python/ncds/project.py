@@ -235,6 +235,14 @@ class Dataset:
                                   replace, rename_clashes, _progress(progress))
         return log.splitlines()
 
+    def update(self, progress=None):
+        """Brings an aligned or batch-level dataset up to date with the batches of its source,
+        as `ncds update` does, and saves it: new batches aligned onto the stored grids or
+        summarized into the same columns, gone batches removed, replaced ones made again, and
+        its own generated variables computed again. Returns the log, one line each ("up to
+        date" when there was nothing to do)."""
+        return self._handle.update(_progress(progress)).splitlines()
+
     def fingerprint(self):
         """The MD5 digest of the values (row by row, little-endian singles), in hex."""
         return self._handle.fingerprint()

@@ -26,6 +26,7 @@
 #include "tools/ncds/CsvImport.h"
 #include "tools/ncds/CsvOptions.h"
 #include "tools/ncds/DerivedCommands.h"
+#include "tools/ncds/UpdateCommands.h"
 
 namespace py = pybind11;
 
@@ -397,6 +398,29 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
              py::gil_scoped_release release;
              return DataSetPredictionData::Fingerprint(*d.dataSet);
            })
+      .def(
+          "update",
+          [](const DataSetHandle& d, const py::object& progress) {
+            return Run(progress, [&] {
+              DataSetPtr source;
+              if (const int from = d.dataSet->GetDerivedFromNumber()) {
+                source = d.project->LoadDataSet(from);
+                if (!source) {
+                  throw NCError(ExceptionMessage::translate(
+                                    "Dataset {1} \"{2}\" was made from dataset {3}, which is "
+                                    "gone.") %
+                                d.dataSet->GetNumber() % d.dataSet->GetName() % from);
+                }
+              }
+              bool changed = false;
+              std::string log = tool::UpdateCommands::Update(*d.dataSet, source.get(), changed);
+              if (changed) SaveOrThrow(*d.project, d.dataSet);
+              return log;
+            });
+          },
+          py::arg("progress"),
+          "Brings an aligned or batch-level dataset up to date with its source and saves it; "
+          "the log.")
       .def(
           "append",
           [](const DataSetHandle& d, const std::string& source, bool isText,

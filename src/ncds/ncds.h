@@ -17,6 +17,7 @@
 #include "ncds/batch/CreateBatchLevelInfo.h"
 #include "ncds/batch/DataSetAlignment.h"
 #include "ncds/batch/RUSPData.h"
+#include "ncds/batch/SourceBatches.h"
 #include "ncds/dataset/AuxiliaryData.h"
 #include "ncds/dataset/CompoundDataset.h"
 #include "ncds/dataset/DataSetPredictionData.h"

@@ -19,6 +19,7 @@ TEST(CreateBatchLevelInfo, RoundTripsRefusesOtherVersionsAndSurvivesDamage) {
   info.SetBatchConditions(true);
   info.SetSourceNumber(3);
   info.SetMaturityID(9);
+  info.SetSourceBatches(SourceBatches({{"B1", 42}, {"", 0}, {"B\xC3\xBC", ~0ULL}}));
   const std::string valid = WriteToString(info);
   CreateBatchLevelInfo read;
   ASSERT_TRUE(ReadFromString(valid, read));

@@ -97,12 +97,18 @@ def test_appended_batches_and_a_second_campaign_share_variables(runs, tmp_path):
     more = pd.DataFrame({"batch_id": ["B4"] * 3, "Phase": ["Growth", "Growth", "Feed"],
                          "Temp": [40.0, 41.0, np.nan], "Time": [0.0, 1.0, 2.0],
                          "Stir": [1.0, 2.0, 3.0]})
+    aligned = project.align(data, "Time", points=5, relative=True, name="aligned")
+    assert aligned.update() == ["up to date"]
     log = data.append(more, batch="batch_id")
     assert log[0] == "Appended 1 batches, 3 observations." and "Stir" in log[2]
     assert data.shape == (21, 3) and data.variable_names == ["Time", "Temp", "Stir"]
     assert data.batches[-3:] == ["B4"] * 3
     assert np.isnan(data.get_values(as_nan=True)[0, 2]) and data.values[-1, 2] == 3.0
     assert project.load("runs").fingerprint() == data.fingerprint()  # saved
+    assert aligned.update()[0].endswith("1 batches added, 0 made again, 0 removed.")
+    anew = project.align(data, "Time", points=5, relative=True, name="anew")
+    assert np.array_equal(aligned.values, anew.values)
+    assert project.load("aligned").fingerprint() == anew.fingerprint()
     before = data.fingerprint()
     with pytest.raises(ncds.Error, match='holds the batch "B4" already'):
         data.append(more, batch="batch_id")

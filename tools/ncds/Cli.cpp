@@ -35,6 +35,7 @@
 #include "tools/ncds/ImportVariables.h"
 #include "tools/ncds/ProgressLine.h"
 #include "tools/ncds/TextTable.h"
+#include "tools/ncds/UpdateCommands.h"
 
 namespace ncds::tool {
 namespace detail {
@@ -161,6 +162,42 @@ void SaveOrThrow(NCProjectFile& project, const boost::shared_ptr<NCDataSet>& dat
   }
 }
 
+// The line that sums up an edited dataset: its number, name, rows and kind or batches.
+std::string EditedLine(const NCDataSet& dataSet) {
+  return (ExceptionMessage::translate("Dataset {1} \"{2}\": {3} observations, {4}.") %
+          dataSet.GetNumber() % dataSet.GetName() % dataSet.SizeObservations() %
+          (dataSet.GetBatchInfoVector() ? BatchCommands::Describe(dataSet)
+                                        : Kind(dataSet.GetDataType())))
+             .str() +
+         '\n';
+}
+
+// Brings a derived dataset up to date with its source and saves it when it changed.
+int Update(const Request& request, std::ostream& out, std::ostream& err) {
+  const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
+  const int number = FindDataSet(*project, request.dataSet);
+  const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
+  boost::shared_ptr<NCDataSet> source;
+  if (const int from = dataSet->GetDerivedFromNumber()) {
+    source = project->LoadDataSet(from);
+    if (!source) {
+      throw NCError(ExceptionMessage::translate(
+                        "Dataset {1} \"{2}\" was made from dataset {3}, which is gone.") %
+                    number % dataSet->GetName() % from);
+    }
+  }
+  bool changed = false;
+  std::string log;
+  {
+    const ProgressLine progress(request.progress, NCMessages::Translate("Updating"), err);
+    log = UpdateCommands::Update(*dataSet, source.get(), changed);
+    if (changed) SaveOrThrow(*project, dataSet);
+  }
+  out << log;
+  if (changed) out << EditedLine(*dataSet);
+  return 0;
+}
+
 // Appends the file's batches to the dataset `request.into` and saves it.
 int Append(const Request& request, const CsvImportOptions& options, std::ostream& out,
            std::ostream& err) {
@@ -172,16 +209,10 @@ int Append(const Request& request, const CsvImportOptions& options, std::ostream
     const ProgressLine progress(
         request.progress, (ExceptionMessage::translate("Importing {1}") % request.data).str(), err);
     CsvImport::AppendFile(*dataSet, request.data, options, request.replace, &notes);
-    if (!project->SaveDataSet(dataSet)) {
-      throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") % number %
-                    request.project);
-    }
+    SaveOrThrow(*project, dataSet);
   }
   for (const std::string& note : notes) out << note << '\n';
-  out << (ExceptionMessage::translate("Dataset {1} \"{2}\": {3} observations, {4}.") % number %
-          dataSet->GetName() % dataSet->SizeObservations() % BatchCommands::Describe(*dataSet))
-             .str()
-      << '\n';
+  out << EditedLine(*dataSet);
   return 0;
 }
 
@@ -244,10 +275,14 @@ int List(const Request& request, std::ostream& out) {
                 NCMessages::Translate("column header", "Variables"),
                 NCMessages::Translate("column header", "Kind")});
   for (const NCProjectFile::DataSetSummary& summary : summaries) {
+    std::string kind = compoundKinds.count(summary.number) > 0 ? compoundKinds[summary.number]
+                                                               : Kind(summary.dataType);
+    if (summary.behind > 0) {
+      kind +=
+          (ExceptionMessage::translate(", lacks {1} batches of its source") % summary.behind).str();
+    }
     table.AddRow({std::to_string(summary.number), summary.name,
-                  std::to_string(summary.observations), std::to_string(summary.variables),
-                  compoundKinds.count(summary.number) > 0 ? compoundKinds[summary.number]
-                                                          : Kind(summary.dataType)});
+                  std::to_string(summary.observations), std::to_string(summary.variables), kind});
   }
   table.Print(out);
   return 0;
@@ -393,18 +428,9 @@ int EditDataSet(const Request& request, std::ostream& out, std::ostream& err, Ed
   const std::string log = edit(*dataSet);
   {
     const ProgressLine progress(request.progress, NCMessages::Translate("Saving the project"), err);
-    if (!project->SaveDataSet(dataSet)) {
-      throw NCError(ExceptionMessage::translate("Dataset {1} could not be saved to {2}.") % number %
-                    request.project);
-    }
+    SaveOrThrow(*project, dataSet);
   }
-  out << log
-      << (ExceptionMessage::translate("Dataset {1} \"{2}\": {3} observations, {4}.") % number %
-          dataSet->GetName() % dataSet->SizeObservations() %
-          (dataSet->GetBatchInfoVector() ? BatchCommands::Describe(*dataSet)
-                                         : Kind(dataSet->GetDataType())))
-             .str()
-      << '\n';
+  out << log << EditedLine(*dataSet);
   return 0;
 }
 
@@ -741,6 +767,11 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   exportCommand->add_flag("--centered", request.centered,
                           NCMessages::Translate("write the locally centered values"));
 
+  CLI::App* update = app.add_subcommand(
+      "update", NCMessages::Translate("Bring an aligned or batch-level dataset up to date with the "
+                                      "batches of its source, and recompute generated variables."));
+  addDataSet(update);
+
   CLI::App* fingerprint = app.add_subcommand(
       "fingerprint", NCMessages::Translate("Print the MD5 fingerprint of a dataset's values."));
   addDataSet(fingerprint);
@@ -852,6 +883,7 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     if (batches->parsed()) return detail::Batches(request, out, err);
     if (align->parsed()) return detail::Align(request, out, err);
     if (fingerprint->parsed()) return detail::Fingerprint(request, out, err);
+    if (update->parsed()) return detail::Update(request, out, err);
     if (summarize->parsed()) return detail::Summarize(request, out, err);
     if (combine->parsed()) return detail::Combine(request, out);
     if (derive->parsed()) {

@@ -12,10 +12,12 @@
 #include <vector>
 
 #include "ncds/batch/BatchImportSettings.h"
+#include "ncds/batch/BatchInfo.h"
 #include "ncds/batch/BatchInfoVector.h"
 #include "ncds/batch/BatchUtilities.h"
 #include "ncds/dataset/NCDataSet.h"
 #include "ncds/dataset/NCProjectBase.h"
+#include "ncds/derived/GenVarFormula.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/Messages.h"
 #include "ncds/foundations/NCDataMatrix.h"
@@ -23,13 +25,11 @@
 #include "ncds/foundations/NCStringVector.h"
 #include "ncds/foundations/UserComm.h"
 #include "ncds/foundations/VxStdString.h"
-#include "ncds/metadata/DateTimeVariableInfo.h"
-#include "ncds/metadata/InfosByUserID.h"
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
-#include "ncds/metadata/QualitativeVariableInfo.h"
-#include "ncds/metadata/QuantitativeVariableInfo.h"
+#include "ncds/metadata/VariableInfo.h"
+#include "ncds/smoothing/Smooth.h"
 #include "tools/ncds/BatchCommands.h"
 #include "tools/ncds/CsvCellParser.h"
 #include "tools/ncds/CsvColumn.h"
@@ -734,7 +734,25 @@ std::string Append(NCDataSet& dataSet, ParsedFile& parsed, const CsvImportOption
     }
   }
   staged.Done();
+  // What the dataset computes from its own columns covers the new rows too.
   const NCVariables& variables = project->GetVariables();
+  const NCIntegralVector<unsigned long, 0> columns = dataSet.GetVarIDs();
+  for (const unsigned long id : columns) {
+    const VariableInfo* variable = variables[id];
+    if (variable && variable->GetUserID(1) == BatchInfo::GetGeneratedTimeVariableName()) {
+      BatchImportSettings settings(project->GetBatchImportSettings());
+      Smooth::CreateAndInsert_DollarTime(dataSet.shared_from_this(), &settings);
+      project->SetBatchImportSettings(settings);
+      break;
+    }
+  }
+  if (NCDataSet::HasGeneratedVariables(*project, columns)) {
+    const int count = GenVarFormula::RecomputeGeneratedVariables(dataSet);
+    if (notes) {
+      notes->push_back(
+          (ExceptionMessage::translate("Recomputed {1} generated variables.") % count).str());
+    }
+  }
   if (notes && !added.empty()) {
     notes->push_back(
         (ExceptionMessage::translate("New variables, missing in the earlier observations: {1}.") %

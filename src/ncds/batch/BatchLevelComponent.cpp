@@ -334,6 +334,7 @@ boost::shared_ptr<NCDataSet> BatchLevelComponent::Create(const NCDataSet& source
     kept.SetPhases(mInfo.IsByPhase() ? plan.phases : std::vector<std::string>());
     kept.SetStatistics(plan.statisticNames);
     kept.SetSourceNumber(source.GetNumber());
+    kept.SetSourceBatches(SourceBatches::Of(observations, source.GetObservationInfoVector()));
     result->SetBatchLevelInfo(&kept);
     return result;
   } catch (...) {

@@ -14,7 +14,7 @@ namespace ncds::detail {
 namespace {
 
 constexpr std::int16_t kCBLIVersion = 1;
-constexpr std::uint16_t kCBLITags = 7;
+constexpr std::uint16_t kCBLITags = 8;
 constexpr std::uint16_t kTagVariables = 0;
 constexpr std::uint16_t kTagStatistics = 1;
 constexpr std::uint16_t kTagByPhase = 2;
@@ -22,6 +22,7 @@ constexpr std::uint16_t kTagPhases = 3;
 constexpr std::uint16_t kTagConditions = 4;
 constexpr std::uint16_t kTagSource = 5;
 constexpr std::uint16_t kTagMaturity = 6;
+constexpr std::uint16_t kTagSourceBatches = 7;
 
 bool WriteNames(const std::vector<std::string>& names, std::ostream& os) {
   const auto count = static_cast<std::uint32_t>(names.size());
@@ -56,7 +57,7 @@ bool CreateBatchLevelInfo::operator==(const CreateBatchLevelInfo& other) const {
   return mVariableIDs == other.mVariableIDs && mStatistics == other.mStatistics &&
          mByPhase == other.mByPhase && mPhases == other.mPhases &&
          mConditions == other.mConditions && mSource == other.mSource &&
-         mMaturityID == other.mMaturityID;
+         mMaturityID == other.mMaturityID && mSourceBatches == other.mSourceBatches;
 }
 
 bool CreateBatchLevelInfo::VStreamableStartWrite(std::ostream& os) const {
@@ -73,7 +74,8 @@ bool CreateBatchLevelInfo::VStreamableStartWrite(std::ostream& os) const {
        d::WriteNames(mPhases, directory.GetOutput(d::kTagPhases)) &&
        WriteToStreamDir(mConditions, directory, d::kTagConditions) &&
        WriteToStreamDir(mSource, directory, d::kTagSource) &&
-       WriteToStreamDir(mMaturityID, directory, d::kTagMaturity);
+       WriteToStreamDir(mMaturityID, directory, d::kTagMaturity) &&
+       mSourceBatches.Write(directory.GetOutput(d::kTagSourceBatches));
   return directory.Close() && ok && static_cast<bool>(os);
 }
 
@@ -96,6 +98,7 @@ bool CreateBatchLevelInfo::ReadStreamDirectory(std::istream& is) {
   bool conditions = false;
   std::int32_t source = 0;
   std::uint32_t maturity = 0;
+  SourceBatches sourceBatches;
   try {
     std::istream* variables = directory.GetInput(d::kTagVariables);
     if (!variables) ThrowStreamReadError();
@@ -110,6 +113,9 @@ bool CreateBatchLevelInfo::ReadStreamDirectory(std::istream& is) {
     ReadFromStreamDir(conditions, directory, d::kTagConditions, true);
     ReadFromStreamDir(source, directory, d::kTagSource, true);
     ReadFromStreamDir(maturity, directory, d::kTagMaturity, false);
+    if (std::istream* batches = directory.GetInput(d::kTagSourceBatches)) {
+      sourceBatches.Read(*batches);
+    }
   } catch (const VxStreamError&) {
     ok = false;
   }
@@ -123,6 +129,7 @@ bool CreateBatchLevelInfo::ReadStreamDirectory(std::istream& is) {
   mConditions = conditions;
   mSource = source;
   mMaturityID = maturity;
+  mSourceBatches = std::move(sourceBatches);
   return true;
 }
 

@@ -14,14 +14,16 @@
 // count, then four bytes each), 1 the statistics (a four-byte count, then binary strings), 2
 // by phase (one byte), 3 the phases (as the statistics), 4 with batch conditions (one byte), 5
 // the source dataset's number (four bytes), 6 the maturity variable ID (four bytes, 0 for
-// none). A failed read answers false and leaves the description as it was. Copyable; not
-// synchronised.
+// none), 7 the source's batches it summarizes (`SourceBatches`; optional). A failed read answers
+// false and leaves the description as it was. Copyable; not synchronised.
 
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "ncds/batch/SourceBatches.h"
 #include "ncds/foundations/VStreamBase.h"
 #include "ncds/foundations/VStreamableData.h"
 #include "ncds/ncds_export.h"
@@ -55,6 +57,9 @@ class NCDS_EXPORT CreateBatchLevelInfo : public VStreamBase {
   // The number of the dataset summarized; 0 before a summary was made.
   int GetSourceNumber() const { return mSource; }
   void SetSourceNumber(int number) { mSource = number; }
+  // The source's batches the summaries were made from, as they were then.
+  const SourceBatches& GetSourceBatches() const { return mSourceBatches; }
+  void SetSourceBatches(SourceBatches batches) { mSourceBatches = std::move(batches); }
 
   static std::int16_t GetVStreamVersionNumber() { return msVStreamData.GetVStreamVersionNumber(); }
   static std::int16_t GetMyVStreamVersionNumber() {
@@ -76,6 +81,7 @@ class NCDS_EXPORT CreateBatchLevelInfo : public VStreamBase {
   bool mConditions = false;
   std::int32_t mSource = 0;
   std::uint32_t mMaturityID = 0;
+  SourceBatches mSourceBatches;
   VStreamGuard mGuard;
   static const VStreamableData msVStreamData;
 };

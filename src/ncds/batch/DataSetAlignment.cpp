@@ -29,13 +29,14 @@ namespace {
 
 constexpr float kMissing = -99.0F;
 constexpr std::int16_t kAlignmentVersion = 1;
-constexpr std::uint16_t kAlignmentTags = 6;
+constexpr std::uint16_t kAlignmentTags = 7;
 constexpr std::uint16_t kTagMaturity = 0;
 constexpr std::uint16_t kTagRelative = 1;
 constexpr std::uint16_t kTagSmooth = 2;
 constexpr std::uint16_t kTagExtend = 3;
 constexpr std::uint16_t kTagPoints = 4;
 constexpr std::uint16_t kTagPhases = 5;
+constexpr std::uint16_t kTagSourceBatches = 6;
 
 // A piece of one batch aligned onto one grid: rows [begin, end) of the source.
 struct Segment {
@@ -95,7 +96,7 @@ bool DataSetAlignment::operator==(const DataSetAlignment& other) const {
   if (mMaturityID != other.mMaturityID || mPoints != other.mPoints ||
       mPhasePoints != other.mPhasePoints || mRelative != other.mRelative ||
       mSmooth != other.mSmooth || mExtend != other.mExtend ||
-      mAligners.size() != other.mAligners.size()) {
+      mAligners.size() != other.mAligners.size() || mSourceBatches != other.mSourceBatches) {
     return false;
   }
   for (std::size_t k = 0; k < mAligners.size(); ++k) {
@@ -393,6 +394,24 @@ void DataSetAlignment::Extent::Add(const Extent& other) {
   back += other.back;
 }
 
+std::optional<DataSetAlignment::Extent> DataSetAlignment::GetGridExtent() const {
+  if (mAligners.empty()) return std::nullopt;
+  Extent extent;
+  bool ascending = true;
+  for (const auto& [phase, aligner] : mAligners) {
+    const NCDataVector<float>* grid = aligner.GetTimeMaturityVector();
+    if (!grid || grid->size() == 0) return std::nullopt;
+    const float first = (*grid)[0];
+    const float last = (*grid)[grid->size() - 1];
+    extent.ranges.emplace_back(phase, std::make_pair(std::min(first, last), std::max(first, last)));
+    ascending = aligner.IsAscending();
+  }
+  // Only the direction of the sums counts.
+  extent.front = ascending ? 0 : 1;
+  extent.back = ascending ? 1 : 0;
+  return extent;
+}
+
 DataSetAlignment::Extent DataSetAlignment::Measure(NCDataSet& source) const {
   namespace d = ncds::detail;
   d::Layout layout = d::DataSetLayout(source, mMaturityID);
@@ -626,6 +645,7 @@ DataSetAlignment::Result DataSetAlignment::Apply(NCDataSet& source, const std::s
     BatchUtilities::MakeBatchDataSet(*result.dataSet, batchSeries, std::max(phaseSeries, 0));
     result.dataSet->SetSource(result.dataSet->GetDataType(),
                               static_cast<unsigned long>(source.GetNumber()));
+    mSourceBatches = SourceBatches::Of(observations, source.GetObservationInfoVector());
     result.dataSet->SetAlignment(this);
   } catch (...) {
     observations.DeleteVarObsInfos(added);
@@ -674,6 +694,7 @@ bool DataSetAlignment::VStreamableStartWrite(std::ostream& os) const {
            (phases << aligner);
     }
   }
+  ok = ok && mSourceBatches.Write(directory.GetOutput(d::kTagSourceBatches));
   return directory.Close() && ok && static_cast<bool>(os);
 }
 
@@ -715,6 +736,11 @@ bool DataSetAlignment::ReadStreamDirectory(std::istream& is) {
       if (wanted >= 0) phasePoints.emplace_back(phase, wanted);
       aligners.emplace_back(std::move(phase), std::move(aligner));
     }
+    SourceBatches sourceBatches;
+    if (std::istream* batches = directory.GetInput(d::kTagSourceBatches)) {
+      sourceBatches.Read(*batches);
+    }
+    mSourceBatches = std::move(sourceBatches);
     mMaturityID = maturity;
     mPoints = points;
     mPhasePoints = std::move(phasePoints);

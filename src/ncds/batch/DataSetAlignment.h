@@ -30,7 +30,8 @@
 //
 // Persistent: magic "ALIGNMENT", version 1; tag 0 the maturity variable ID, 1 relative, 2
 // smooth, 3 extend, 4 the points, 5 the phases with their points and aligners (a four-byte
-// count, then per phase its name, its points and the "Aligner" stream).
+// count, then per phase its name, its points and the "Aligner" stream), 6 the source's batches
+// it aligned (`SourceBatches`; optional).
 
 #include <boost/shared_ptr.hpp>
 #include <cstddef>
@@ -42,6 +43,7 @@
 #include <vector>
 
 #include "ncds/batch/BatchAligner.h"
+#include "ncds/batch/SourceBatches.h"
 #include "ncds/foundations/VStreamBase.h"
 #include "ncds/foundations/VStreamableData.h"
 #include "ncds/ncds_export.h"
@@ -122,6 +124,12 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
   // The aligners of the last `Apply` (or read), one per phase in phase order ("" for whole
   // batches).
   const std::vector<std::pair<std::string, BatchAligner>>& GetAligners() const { return mAligners; }
+  // The source's batches the last `Apply` on a dataset aligned, as they were then.
+  const SourceBatches& GetSourceBatches() const { return mSourceBatches; }
+  void SetSourceBatches(SourceBatches batches) { mSourceBatches = std::move(batches); }
+  // The extent that builds the grids the aligners hold: aligning new batches over it puts them
+  // on the same grids. None before the first `Apply` (or read).
+  std::optional<Extent> GetGridExtent() const;
 
   // What the grids of `Apply` on `source` would span, without aligning; throws as `Apply`.
   Extent Measure(NCDataSet& source) const;
@@ -175,6 +183,7 @@ class NCDS_EXPORT DataSetAlignment : public VStreamBase {
   bool mExtend = false;
   std::vector<std::pair<std::string, BatchAligner>> mAligners;
   std::optional<Extent> mExtent;
+  SourceBatches mSourceBatches;
   static const VStreamableData msVStreamData;
 };
 

@@ -555,6 +555,16 @@ void NCDataSet::SetBatchLevelInfo(const CreateBatchLevelInfo* info) {
   mDirty = true;
 }
 
+int NCDataSet::GetDerivedFromNumber() const {
+  if (mAlignment) return static_cast<int>(mSourceID);
+  return mBatchLevel ? mBatchLevel->GetSourceNumber() : 0;
+}
+
+const SourceBatches* NCDataSet::GetDerivedFromBatches() const {
+  if (mAlignment) return &mAlignment->GetSourceBatches();
+  return mBatchLevel ? &mBatchLevel->GetSourceBatches() : nullptr;
+}
+
 void NCDataSet::SetLocalCenteringData(const LocalCenteringData* centers) {
   mLocalCenters = centers ? std::make_unique<LocalCenteringData>(*centers) : nullptr;
   mDirty = true;

@@ -50,6 +50,7 @@ class DataSetAlignment;
 struct DatasetMergeInfo;
 class LocalCenteringData;
 class LocalCenteringInfo;
+class SourceBatches;
 class TrimdVarStruct;
 
 class NCDS_EXPORT NCDataSet : public NCDataContainer,
@@ -200,6 +201,10 @@ class NCDS_EXPORT NCDataSet : public NCDataContainer,
   // What this batch-level dataset summarizes, or null; set copies it in (null drops it).
   const CreateBatchLevelInfo* GetBatchLevelInfo() const { return mBatchLevel.get(); }
   void SetBatchLevelInfo(const CreateBatchLevelInfo* info);
+  // The number of the dataset this one was aligned or summarized from (0: neither), and the
+  // source's batches it was made from then (null: neither).
+  int GetDerivedFromNumber() const;
+  const SourceBatches* GetDerivedFromBatches() const;
 
   // Takes imported centers: keeps a copy of `info` and adds its centers to the local centers,
   // keyed by the batch and phase names of the rows (replacing centers under the same keys).

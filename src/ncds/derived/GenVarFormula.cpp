@@ -154,11 +154,15 @@ int AddGeneratedVariable(NCDataSet& dataSet, const std::string& name, const std:
   return column;
 }
 
-int RecomputeGeneratedVariables(NCDataSet& dataSet) {
+int RecomputeGeneratedVariables(NCDataSet& dataSet, const IDs* only) {
   const auto project = dataSet.GetProject();
   if (!project) return 0;
   const IDs columnIDs = dataSet.GetVarIDs();
-  const auto generated = NCDataSet::GetGenVarList(*project, columnIDs);
+  auto generated = NCDataSet::GetGenVarList(*project, columnIDs);
+  if (only) {
+    generated->remove_if(
+        [only](const DSGenVarData& variable) { return only->Find(variable.GetVariableID()) < 0; });
+  }
   GenVarEvaluator evaluator(dataSet);
   std::vector<std::vector<float>> values;
   values.reserve(generated->size());

@@ -29,6 +29,7 @@
 #include <cstddef>
 #include <string>
 
+#include "ncds/foundations/NCIntegralVector.h"
 #include "ncds/metadata/UniqueIDs.h"
 #include "ncds/ncds_export.h"
 
@@ -58,8 +59,10 @@ NCDS_EXPORT int AddGeneratedVariable(NCDataSet& dataSet, const std::string& name
 // column). A generated variable that refers to another is computed after it, from the other's
 // recipe rather than its stored values. All are computed before any is stored, so when one
 // cannot be computed (it throws as `GenVarEvaluator` does, e.g. "Invalid generated variable,
-// possible due to a deleted source variable.") the dataset is unchanged.
-NCDS_EXPORT int RecomputeGeneratedVariables(NCDataSet& dataSet);
+// possible due to a deleted source variable.") the dataset is unchanged. With `only`, just the
+// generated variables among those unique IDs are stored.
+NCDS_EXPORT int RecomputeGeneratedVariables(
+    NCDataSet& dataSet, const NCIntegralVector<unsigned long, 0>* only = nullptr);
 
 }  // namespace GenVarFormula
 

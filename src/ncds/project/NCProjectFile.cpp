@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <future>
 #include <istream>
+#include <map>
 #include <ostream>
 
 #include "ncds/batch/BatchImportSettings.h"
@@ -18,6 +19,7 @@
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/project/detail/AuxiliaryDataStream.h"
+#include "ncds/project/detail/BatchListing.h"
 #include "ncds/project/detail/BlobChunks.h"
 #include "ncds/project/detail/CompoundDatasetsStream.h"
 #include "ncds/project/detail/EncodedStream.h"
@@ -275,12 +277,16 @@ std::vector<NCProjectFile::DataSetSummary> NCProjectFile::ListDataSets(const std
   SqliteTransaction transaction(*project->mDb, SqliteTransaction::kWriteIfWritable);
   project->CheckFormat(false);
   std::vector<DataSetSummary> summaries;
+  const std::map<int, int> lags = ncds::detail::ReadBatchLags(*project->mDb);
   SqliteStatement list(*project->mDb,
                        "SELECT number, name, observations, variables, data_type FROM "
                        "ncds_dataset ORDER BY number");
   while (list.Step()) {
-    summaries.push_back({static_cast<int>(list.Int(0)), list.Text(1), static_cast<int>(list.Int(2)),
-                         static_cast<int>(list.Int(3)), static_cast<int>(list.Int(4))});
+    const auto number = static_cast<int>(list.Int(0));
+    const auto lag = lags.find(number);
+    summaries.push_back({number, list.Text(1), static_cast<int>(list.Int(2)),
+                         static_cast<int>(list.Int(3)), static_cast<int>(list.Int(4)),
+                         lag == lags.end() ? -1 : lag->second});
   }
   return summaries;
 }
@@ -377,6 +383,7 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
       .Bind(4, std::int64_t{info.SizeVariables()})
       .Bind(5, std::int64_t{info.GetDataType()})
       .Step();
+  ncds::detail::WriteBatchListing(*mDb, number, dataSet);
   transaction.Commit();
   mDamaged.erase(number);
   return true;
@@ -397,6 +404,7 @@ void NCProjectFile::EraseDataSetStream(int number) {
   ncds::detail::DeleteChunks(*mDb, ncds::detail::InfoStream(number));
   SqliteStatement remove(*mDb, "DELETE FROM ncds_dataset WHERE number = ?");
   remove.Bind(1, std::int64_t{number}).Step();
+  ncds::detail::EraseBatchListing(*mDb, number);
   transaction.Commit();
   mDamaged.erase(number);
 }

@@ -50,6 +50,9 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
     int observations = 0;
     int variables = 0;
     int dataType = 0;
+    // For an aligned or batch-level dataset: how many of its source's batches it lacks (new,
+    // replaced or gone; `ncds update` brings them in); -1 when not known or not derived.
+    int behind = -1;
   };
   // The datasets stored in the project file at `path`, by number, read from a small table
   // of the file without opening the project: fast for any size of project. Throws `NCError`

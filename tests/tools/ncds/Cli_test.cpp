@@ -1,6 +1,7 @@
 #include "tools/ncds/Cli.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <fstream>
 #include <iterator>
@@ -466,6 +467,10 @@ TEST(Cli, BatchesAppendedIntoADatasetOrRefusedWithTheProjectUnchanged) {
   const ncds::test::TempFile more("cli_append_more.csv");
   const ncds::test::TempFile project("cli_append.ncds");
   ImportRuns(data.path(), project.path());
+  ASSERT_EQ(RunNcds({"align", project.path(), "runs", "--maturity", "Time", "--points", "3",
+                     "--relative", "--name", "aligned"})
+                .code,
+            0);
   WriteText(more.path(), "batch_id,Phase,Temp,Time,Stir\nB4,Growth,40,0,1\nB4,Feed,41,1,2\n");
   Outcome o =
       RunNcds({"import", more.path(), project.path(), "--into", "runs", "--batch", "batch_id"});
@@ -475,6 +480,28 @@ TEST(Cli, BatchesAppendedIntoADatasetOrRefusedWithTheProjectUnchanged) {
             "The column \"batch_id\" names the batches of the series \"Batch\".\n"
             "New variables, missing in the earlier observations: Stir.\n"
             "Dataset 1 \"runs\": 9 observations, 4 batches, 2 phases.\n");
+  // The aligned dataset lacks the new batch until it is brought up to date, once.
+  EXPECT_NE(RunNcds({"list", project.path()}).out.find("batch, lacks 1 batches of its source"),
+            std::string::npos);
+  // A damaged entry of the listing's table, or none (a file from before it), shows no lag.
+  for (const char* sql :
+       {"UPDATE ncds_batches SET made_from = x'05', batches = x''", "DROP TABLE ncds_batches"}) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(project.path().c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    o = RunNcds({"list", project.path()});
+    EXPECT_EQ(o.code, 0);
+    EXPECT_NE(o.out.find("aligned"), std::string::npos);
+    EXPECT_EQ(o.out.find("lacks"), std::string::npos);
+  }
+  o = RunNcds({"update", project.path(), "aligned"});
+  EXPECT_EQ(o.out,
+            "Brought dataset 2 \"aligned\" up to date with dataset 1 \"runs\": 1 batches added, 0 "
+            "made again, 0 removed.\nDataset 2 \"aligned\": 12 observations, 4 batches, 2 "
+            "phases.\n");
+  EXPECT_EQ(RunNcds({"list", project.path()}).out.find("lacks"), std::string::npos);
+  EXPECT_EQ(RunNcds({"update", project.path(), "aligned"}).out, "up to date\n");
 
   // Refusals, each in one sentence, leave every dataset's values as they were.
   ASSERT_EQ(RunNcds({"import", data.path(), project.path(), "--name", "plain"}).code, 0);
