@@ -4,7 +4,7 @@ a cluster (a `distributed.Client` in use).
 
 A partition is a pandas DataFrame with the columns "batch" and "phase" (categoricals),
 "observation" (the rows' names) and one float column per quantitative or date-time variable,
-holding the values as the dataset stores them (-99 for missing; date-times in their stored
+holding the values as the dataset stores them, NaN where missing (date-times in their stored
 number form). Every batch lies in one
 partition, so work that needs a whole batch runs partition by partition. Qualitative variables
 are left out.
@@ -20,6 +20,7 @@ from . import _ncds
 from .project import Project, _align_choice, _filled, _in_use, open as open_project
 
 _KEYS = ["batch", "phase", "observation"]
+_MISSING = np.float32(-99)
 
 
 def _groups(codes_names, rows, count, like=None):
@@ -58,11 +59,26 @@ def _frame(dataset, rows=None, take=False, like=None):
         values = values[:, keep]
     elif not take:
         values = np.array(values)  # a view would keep the whole dataset alive
+    _as_nan(values)
     frame = pd.DataFrame(values, columns=names, copy=False)
     frame.insert(0, "batch", batches)
     frame.insert(1, "phase", phases)
     frame.insert(2, "observation", observations)
     return frame
+
+
+def _as_nan(values):
+    """Marks the missing values (-99) of an array of its own as NaN, in place."""
+    values[values == _MISSING] = np.nan
+    return values
+
+
+def _as_missing(column):
+    """A float32 column with NaN marked as the library marks missing values: itself (a view)
+    when it holds no NaN, else a copy."""
+    column = np.asarray(column, dtype=np.float32)
+    nan = np.isnan(column)
+    return np.where(nan, np.float32(_MISSING), column) if nan.any() else column
 
 
 def _dataset(frame):
@@ -81,8 +97,17 @@ def _load_frame(path, dataset):
         return _frame(project.load(dataset))
 
 
-def _rows(frame, first, last):
-    return frame.iloc[first:last]
+def _with_columns(frame, columns):
+    """`frame` with `columns`, in that order: those it lacks are float columns of NaN."""
+    missing = {c: np.full(len(frame), np.nan, dtype=np.float32)
+               for c in columns if c not in frame.columns}
+    return frame.assign(**missing)[columns] if missing else frame[columns]
+
+
+def _rows(frame, first, last, columns=None):
+    rows = frame.iloc[first:last]
+    return rows if columns is None or list(rows.columns) == columns else _with_columns(rows,
+                                                                                       columns)
 
 
 # A partition holds, unless asked otherwise, whole batches that fill about what Dask's own
@@ -128,23 +153,31 @@ def from_dataset(dataset, batches_per_partition=None):
 def from_projects(paths, dataset, batches_per_partition=None):
     """A Dask DataFrame of dataset `dataset` (number or name) of many project files, read by
     the workers, in partitions of whole batches of one file: `batches_per_partition` each or,
-    by default, as many as fill about 64 MiB."""
+    by default, as many as fill about 64 MiB. Its columns are the union of the files' (a file
+    that lacks one holds NaN there)."""
     import dask
     import dask.dataframe as dd
     from dask.dataframe.utils import clear_known_categories
 
-    parts = []
+    files = []
     meta = None
     for path in paths:
         with open_project(path) as project:
             data = project.load(dataset)
-            bounds = _bounds(data, batches_per_partition)
-            if meta is None:
-                # Each file has its own batches: the categories are known per partition only.
-                meta = clear_known_categories(_frame(data, slice(0, 0)))
-        # Each file is read once, by a worker; its partitions are slices of what it read.
-        whole = dask.delayed(_load_frame)(str(path), dataset)
-        parts += [dask.delayed(_rows)(whole, first, last) for first, last in bounds]
+            files.append((str(path), _bounds(data, batches_per_partition)))
+            empty = _frame(data, slice(0, 0))
+        # The union of the files' columns, in order of first appearance.
+        meta = empty if meta is None else _with_columns(meta, list(meta.columns) + [
+            c for c in empty.columns if c not in meta.columns])
+    columns = list(meta.columns)
+    # Each file has its own batches: the categories are known per partition only.
+    meta = clear_known_categories(meta)
+    parts = []
+    for path, bounds in files:
+        # Each file is read once, by a worker; its partitions are slices of what it read, with
+        # the columns it lacks missing.
+        whole = dask.delayed(_load_frame)(path, dataset)
+        parts += [dask.delayed(_rows)(whole, first, last, columns) for first, last in bounds]
     return dd.from_delayed(parts, meta=meta)
 
 
@@ -157,7 +190,7 @@ class _Layout:
         batch, phase = frame["batch"].array, frame["phase"].array
         batch_codes, phase_codes = np.asarray(batch.codes), np.asarray(phase.codes)
         self.columns = columns
-        self.values = [frame[c].to_numpy(dtype=np.float32) for c in columns]  # views
+        self.values = [_as_missing(frame[c].to_numpy(dtype=np.float32)) for c in columns]
         self.starts = np.flatnonzero(np.r_[True, batch_codes[1:] != batch_codes[:-1]])
         self.batches = [str(c) for c in batch.categories[batch_codes[self.starts]]]
         used, names, holding = _in_use(phase)
@@ -245,6 +278,7 @@ def _align_partition(frame, maturity, points, phase_points, relative, smooth, ex
     columns = {"batch": pd.Categorical.from_codes(batches, dtype=batch.dtype),
                "phase": pd.Categorical.from_codes(layout.phase_codes[phases], dtype=phase.dtype),
                "observation": names}
+    _as_nan(values)
     columns.update((name, values[:, j]) for j, name in enumerate(layout.columns))
     return pd.DataFrame(columns, copy=False)
 

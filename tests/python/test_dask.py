@@ -49,7 +49,7 @@ def test_alignment_and_summaries_on_two_workers_match_one_process(client, runs):
         assert list(aligned["observation"]) == single.observation_ids
         assert list(aligned["batch"]) == single.batches and list(aligned["phase"]) == single.phases
         assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32),
-                              single.values)
+                              single.get_values(as_nan=True), equal_nan=True)
 
     # Every aligned partition keeps the categories of the partition it came from.
     middle = nd.align(frame, "Time", points=9, relative=True).partitions[1].compute()
@@ -91,20 +91,31 @@ def test_many_project_files_become_one_collection(client, runs, tmp_path):
         path = tmp_path / f"plant{k}.ncds"
         with ncds.open(path, create=True) as project:
             rows = slice(0, 86) if k == 0 else slice(86, data.shape[0])  # at a batch start
-            project.add_matrix(data.values[rows], data.variable_names, name="runs",
-                               batches=data.batches[rows], phases=data.phases[rows])
+            values, names = data.values[rows], data.variable_names
+            if k == 1:  # the second plant measures one variable more
+                values, names = np.c_[values, np.ones(len(values))], names + ["Stir"]
+            project.add_matrix(values, names, name="runs", batches=data.batches[rows],
+                               phases=data.phases[rows])
         paths.append(path)
     frame = nd.from_projects(paths, "runs", batches_per_partition=3)
     assert frame.npartitions == 5
     whole = frame.compute()
     assert list(whole["batch"]) == data.batches
-    assert np.array_equal(whole[["Time", "Temp", "pH"]].to_numpy(np.float32), data.values)
+    expected = data.get_values(as_nan=True)
+    assert np.array_equal(whole[["Time", "Temp", "pH"]].to_numpy(np.float32), expected,
+                          equal_nan=True)
+    # The union of the columns, NaN where a file lacks one or a value is missing, so that
+    # pandas' reductions skip them.
+    assert list(whole.columns[3:]) == ["Time", "Temp", "pH", "Stir"]
+    assert whole["Stir"].isna().sum() == 86 and whole["Stir"].dtype == np.float32
+    assert whole["Temp"].mean() == pytest.approx(np.nanmean(expected[:, 1]), rel=1e-6)
     aligned = nd.align(frame, "Time", points=9).compute()
     project = ncds.Project()
     single = project.add_matrix(data.values, data.variable_names, batches=data.batches,
                                 phases=data.phases)
     assert np.array_equal(aligned[["Time", "Temp", "pH"]].to_numpy(np.float32),
-                          project.align(single, "Time", points=9).values)
+                          project.align(single, "Time", points=9).get_values(as_nan=True),
+                          equal_nan=True)
 
 
 def test_default_partitions_fill_a_budget_with_whole_batches(runs, monkeypatch):
