@@ -10,6 +10,7 @@
 #include "ncds/derived/detail/GenVarSyntax.h"
 #include "ncds/foundations/Exception.h"
 #include "ncds/foundations/VxStdString.h"
+#include "ncds/metadata/InfosByUserID.h"
 #include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/VariableInfo.h"
 
@@ -145,9 +146,20 @@ std::string Compile(const NCDataSet& dataSet, const std::string& formula,
 int AddGeneratedVariable(NCDataSet& dataSet, const std::string& name, const std::string& formula) {
   const std::string recipe = Compile(dataSet, formula);
   const std::vector<float> values = GenVarEvaluator(dataSet).Evaluate(recipe);
+  const auto project = dataSet.GetProject();
+  // Another dataset's variable of this name and recipe is the same variable.
+  const VarObsInfo* known = project->GetVariables().GetInfosByUserID(1)->GetInfo(name);
+  const VariableInfo* same = known ? project->GetVariables()[known->GetUniqueID()] : nullptr;
+  if (same && same->GetRecipe() == recipe && !same->IsQualitative() &&
+      !same->AsDateTimeVariableInfo() && dataSet.GetVarIDs().Find(same->GetUniqueID()) < 0) {
+    const IDs ids(1, same->GetUniqueID());
+    if (!dataSet.AddVariables(&ids, 0, false)) return 0;
+    const int column = dataSet.SizeVariables();
+    dataSet.SetColValues(values.data(), column);
+    return column;
+  }
   if (!dataSet.AddVariables(1, name.c_str(), false, true)) return 0;
   const int column = dataSet.SizeVariables();
-  const auto project = dataSet.GetProject();
   VariableInfo* info = project->GetVariables()[dataSet.GetVarID(column)];
   info->SetRecipe(recipe);
   dataSet.SetColValues(values.data(), column);

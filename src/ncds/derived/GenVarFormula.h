@@ -48,7 +48,9 @@ NCDS_EXPORT std::string Compile(const NCDataSet& dataSet, const std::string& for
                                 unsigned long definedVariable = NCUniqueIDs::kNone);
 
 // Appends a generated variable named `name` (made unique as `NCDataSet::AddVariables` does)
-// whose recipe is `formula` compiled and whose values are computed from it. Returns its
+// whose recipe is `formula` compiled and whose values are computed from it; a project variable
+// of that name (ignoring case) with the same recipe, which another dataset holds, is taken
+// instead of a new one. Returns its
 // column, or 0 when the project's change check refused the new variable. Compilation and
 // computation come first: when they throw, the dataset is unchanged.
 NCDS_EXPORT int AddGeneratedVariable(NCDataSet& dataSet, const std::string& name,

@@ -119,11 +119,15 @@ TEST(UpdateCommands, DerivedDatasetsFollowTheirSourceAsIfMadeAnew) {
   const auto whole =
       Import(project, kHeader + Rows("B3", 5, 29) + Rows("B4", 7, 33) + Rows("B2", 4, 35), "all");
   tool::DerivedCommands::Derive(*whole, "Rise", "Delta(Temp, 1)");
+  EXPECT_EQ(whole->GetVarIDs(), source->GetVarIDs());  // the same formula: the same variable
   const auto again = Align(*whole, relative, 5);
   tool::DerivedCommands::Derive(*again, "Warm", "Temp - 30");
   ASSERT_EQ(aligned->SizeObservations(), 3 * 7);
   ExpectSameCells(*aligned, *again);
   ExpectSameCells(*summary, *Summarize(*whole, 6));
+  tool::DerivedCommands::Derive(*whole, "Fall", "Delta(Temp, 1)");  // a new name, a new variable
+  EXPECT_EQ(tool::DerivedCommands::Derive(*again, "rise", "-Delta(Temp, 1)"),
+            "Added generated variable \"rise_1\" as column 5 of dataset 5 \"aligned\".");
 
   // The description with the source's batches reads back as it was written.
   DataSetAlignment read;
