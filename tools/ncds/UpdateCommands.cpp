@@ -91,6 +91,7 @@ boost::shared_ptr<NCDataSet> BatchesOf(const NCDataSet& source,
 // batch-level dataset without one its primary ID.
 std::vector<std::string> HeldBatches(const NCDataSet& derived,
                                      const std::vector<std::string>& batches) {
+  if (batches.empty()) return {};
   const std::unordered_set<std::string> wanted(batches.begin(), batches.end());
   const NCObservations& observations = derived.GetProject()->GetObservations();
   std::vector<std::string> held;
