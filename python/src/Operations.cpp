@@ -402,16 +402,7 @@ void BindOperations(py::module_&, py::class_<ProjectHandle>& project,
           "update",
           [](const DataSetHandle& d, const py::object& progress) {
             return Run(progress, [&] {
-              DataSetPtr source;
-              if (const int from = d.dataSet->GetDerivedFromNumber()) {
-                source = d.project->LoadDataSet(from);
-                if (!source) {
-                  throw NCError(ExceptionMessage::translate(
-                                    "Dataset {1} \"{2}\" was made from dataset {3}, which is "
-                                    "gone.") %
-                                d.dataSet->GetNumber() % d.dataSet->GetName() % from);
-                }
-              }
+              const DataSetPtr source = tool::UpdateCommands::LoadSource(*d.project, *d.dataSet);
               bool changed = false;
               std::string log = tool::UpdateCommands::Update(*d.dataSet, source.get(), changed);
               if (changed) SaveOrThrow(*d.project, d.dataSet);

@@ -177,15 +177,7 @@ int Update(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const int number = FindDataSet(*project, request.dataSet);
   const boost::shared_ptr<NCDataSet> dataSet = Load(*project, number, err);
-  boost::shared_ptr<NCDataSet> source;
-  if (const int from = dataSet->GetDerivedFromNumber()) {
-    source = project->LoadDataSet(from);
-    if (!source) {
-      throw NCError(ExceptionMessage::translate(
-                        "Dataset {1} \"{2}\" was made from dataset {3}, which is gone.") %
-                    number % dataSet->GetName() % from);
-    }
-  }
+  const boost::shared_ptr<NCDataSet> source = UpdateCommands::LoadSource(*project, *dataSet);
   bool changed = false;
   std::string log;
   {

@@ -21,7 +21,10 @@
 #include "ncds/foundations/NCDataMatrix.h"
 #include "ncds/foundations/UserComm.h"
 #include "ncds/metadata/NCObservations.h"
+#include "ncds/metadata/NCVariables.h"
 #include "ncds/metadata/ObservationInfo.h"
+#include "ncds/metadata/VariableInfo.h"
+#include "ncds/project/NCProject.h"
 #include "tools/ncds/BatchCommands.h"
 
 namespace ncds::tool {
@@ -87,43 +90,33 @@ boost::shared_ptr<NCDataSet> BatchesOf(const NCDataSet& source,
   return part;
 }
 
-// The rows of `derived` that belong to `batches`: the batch of a row is its batch ID, or for a
-// batch-level dataset without one its primary ID.
-std::vector<std::string> HeldBatches(const NCDataSet& derived,
-                                     const std::vector<std::string>& batches) {
-  if (batches.empty()) return {};
-  const std::unordered_set<std::string> wanted(batches.begin(), batches.end());
+// The batch a row of a derived dataset stands for: its batch ID, or for a batch-level dataset
+// without one its primary ID.
+std::string RowBatch(const ObservationInfo& info, const NCObservations& observations) {
+  std::string batch = info.GetBatchName(observations);
+  return batch.empty() ? info.GetUserID(1) : batch;
+}
+
+// Removes the rows of those of `batches` that `derived` holds.
+void RemoveBatches(NCDataSet& derived, const std::vector<std::string>& batches) {
+  if (batches.empty()) return;
+  const std::unordered_set<std::string> gone(batches.begin(), batches.end());
   const NCObservations& observations = derived.GetProject()->GetObservations();
+  NCIntegralVector<int, -99> positions;
   std::vector<std::string> held;
   std::unordered_set<std::string> seen;
   for (int row = 1; row <= derived.SizeObservations(); ++row) {
     const ObservationInfo* info = derived.GetObservationInfo(row);
     if (!info) continue;
-    std::string batch = info->GetBatchName(observations);
-    if (batch.empty()) batch = info->GetUserID(1);
-    if (wanted.count(batch) != 0 && seen.insert(batch).second) held.push_back(std::move(batch));
+    std::string batch = RowBatch(*info, observations);
+    if (gone.count(batch) == 0) continue;
+    positions.push_back(row);
+    if (seen.insert(batch).second) held.push_back(std::move(batch));
   }
-  return held;
-}
-
-// Removes the rows of `batches` from `derived`.
-void RemoveBatches(NCDataSet& derived, const std::vector<std::string>& batches) {
-  if (batches.empty()) return;
+  if (positions.empty()) return;
   if (derived.GetBatchInfoVector()) {
-    BatchCommands::DeleteBatches(derived, batches, {});
-    return;
-  }
-  const std::unordered_set<std::string> gone(batches.begin(), batches.end());
-  const NCObservations& observations = derived.GetProject()->GetObservations();
-  NCIntegralVector<int, -99> positions;
-  for (int row = 1; row <= derived.SizeObservations(); ++row) {
-    const ObservationInfo* info = derived.GetObservationInfo(row);
-    if (!info) continue;
-    std::string batch = info->GetBatchName(observations);
-    if (batch.empty()) batch = info->GetUserID(1);
-    if (gone.count(batch) != 0) positions.push_back(row);
-  }
-  if (!positions.empty() && !derived.RemoveObservation(&positions, false, false)) {
+    BatchCommands::DeleteBatches(derived, held, {});
+  } else if (!derived.RemoveObservation(&positions, false, false)) {
     throw NCError(ExceptionMessage::translate("Dataset \"{1}\" may not change.") %
                   derived.GetName());
   }
@@ -204,6 +197,19 @@ boost::shared_ptr<NCDataSet> Derive(const NCDataSet& derived, NCDataSet& part, s
 }  // namespace
 }  // namespace detail
 
+boost::shared_ptr<NCDataSet> UpdateCommands::LoadSource(NCProject& project,
+                                                        const NCDataSet& derived) {
+  const int from = derived.GetDerivedFromNumber();
+  if (from == 0) return nullptr;
+  boost::shared_ptr<NCDataSet> source = project.LoadDataSet(from);
+  if (!source) {
+    throw NCError(ExceptionMessage::translate(
+                      "Dataset {1} \"{2}\" was made from dataset {3}, which is gone.") %
+                  derived.GetNumber() % derived.GetName() % from);
+  }
+  return source;
+}
+
 UpdateCommands::Lag UpdateCommands::Compare(const NCDataSet& derived, const NCDataSet& source) {
   const SourceBatches* then = derived.GetDerivedFromBatches();
   if (!then) return Lag();
@@ -237,7 +243,7 @@ std::string UpdateCommands::Update(NCDataSet& derived, NCDataSet* source, bool& 
     }
     std::vector<std::string> leaving = lag.gone;
     leaving.insert(leaving.end(), lag.changed.begin(), lag.changed.end());
-    d::RemoveBatches(derived, d::HeldBatches(derived, leaving));
+    d::RemoveBatches(derived, leaving);
     if (made && made->SizeObservations() > 0) {
       MuteUserComm mute;
       const ScopedUserComm quiet(&mute);
@@ -270,13 +276,22 @@ std::string UpdateCommands::Update(NCDataSet& derived, NCDataSet* source, bool& 
     }
   }
   if (NCDataSet::HasGeneratedVariables(*derived.GetProject(), own)) {
-    const NCDataMatrix<float> before = derived.GetMatrix();
+    // Only the columns recomputed can change: their values before, to tell whether they did.
+    const NCIntegralVector<unsigned long, 0> columns = derived.GetVarIDs();
+    std::vector<std::pair<std::size_t, std::vector<float>>> before;
+    const NCVariables& variables = derived.GetProject()->GetVariables();
+    for (const unsigned long id : own) {
+      const VariableInfo* variable = variables[id];
+      if (!variable || variable->GetRecipe().empty()) continue;
+      const auto j = static_cast<std::size_t>(columns.Find(id));
+      const float* values = derived.GetMatrix().ColumnData(j);
+      before.emplace_back(j, std::vector<float>(values, values + derived.SizeObservations()));
+    }
     const int count = GenVarFormula::RecomputeGeneratedVariables(derived, &own);
-    const NCDataMatrix<float>& after = derived.GetMatrix();
-    bool same = before.SizeRows() == after.SizeRows();
-    for (std::size_t j = 0; same && j < after.SizeColumns(); ++j) {
-      same = std::memcmp(before.ColumnData(j), after.ColumnData(j),
-                         after.SizeRows() * sizeof(float)) == 0;
+    bool same = true;
+    for (const auto& [j, values] : before) {
+      same = same && std::memcmp(values.data(), derived.GetMatrix().ColumnData(j),
+                                 values.size() * sizeof(float)) == 0;
     }
     if (!same) {
       changed = true;

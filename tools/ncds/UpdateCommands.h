@@ -14,16 +14,22 @@
 // the grown source wherever the grids do not depend on the new batches (relative grids, or
 // absolute grids that the new batches lie within).
 
+#include <boost/shared_ptr.hpp>
 #include <string>
 
 #include "ncds/batch/SourceBatches.h"
 
 class NCDataSet;
+class NCProject;
 
 namespace ncds::tool::UpdateCommands {
 
 // What a derived dataset lacks of its source.
 using Lag = SourceBatches::Lag;
+
+// The dataset `derived` was made from, loaded from `project`; null when it is not derived.
+// Throws `NCError` when that dataset is gone.
+boost::shared_ptr<NCDataSet> LoadSource(NCProject& project, const NCDataSet& derived);
 
 // What `derived` lacks of `source`; empty for a dataset that is not derived.
 Lag Compare(const NCDataSet& derived, const NCDataSet& source);
