@@ -1,5 +1,7 @@
 // Feeds arbitrary bytes to the project file reader as the content of a project file: opening
-// it and loading every dataset it lists must answer with errors, never crash or hang.
+// it and loading every dataset it lists must answer with errors, never crash or hang. The same
+// bytes go to the decoder of the stored observation records, whose streams the file guards
+// with checksums a mutation rarely keeps intact.
 
 #include <unistd.h>
 
@@ -7,11 +9,21 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "ncds/ncds.h"
+#include "ncds/project/detail/ObservationBlocks.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  {
+    const char* bytes = reinterpret_cast<const char*>(data);
+    std::vector<std::unique_ptr<ObservationInfo>> records;
+    ncds::detail::DecodeObservationBlock(bytes, size, size > 0 ? data[0] % 4 : 0, 4, records);
+    ncds::detail::ObservationBlockList list;
+    ncds::detail::DecodeObservationBlockList(std::string(bytes, size), list);
+  }
   static const std::string path = "/tmp/ncds_fuzz_project_" + std::to_string(getpid());
   {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <libdeflate.h>
 #include <signal.h>
 #include <sqlite3.h>
 #include <sys/wait.h>
@@ -11,6 +12,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -394,41 +396,79 @@ TEST(NCProjectFile, SavesReportProgressAndReuseTheRoomOfWhatTheyReplace) {
     EXPECT_LT(save.last, 1.25F * save.maximum);
   }
 
-  // Each save writes the new copy before it frees the old one; the next save reuses that
-  // room, so the file stops growing at two copies.
-  ASSERT_TRUE(project->SaveDataSet(dataSet));
-  const auto twoCopies = std::filesystem::file_size(file.path());
+  // Each save writes the new copy before it frees the old one. A copy freed that passes a
+  // quarter of the file is given back at once; less stays for the next save to reuse, until
+  // the file is compacted.
+  const auto oneCopy = std::filesystem::file_size(file.path());
   for (int k = 0; k < 3; ++k) ASSERT_TRUE(project->SaveDataSet(dataSet));
-  EXPECT_LE(std::filesystem::file_size(file.path()), twoCopies + (twoCopies >> 4));
+  EXPECT_LE(std::filesystem::file_size(file.path()), oneCopy + (oneCopy >> 4));
+  ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 2, 20000, 10)));
+  ASSERT_TRUE(project->SaveDataSet(project->LoadDataSet(2)));
+  const NCProjectFile::Compacted sizes = NCProjectFile::Compact(file.path());
+  EXPECT_EQ(sizes.before, std::filesystem::file_size(file.path()) + (sizes.before - sizes.after));
+  EXPECT_LT(sizes.after + 500000, sizes.before);
+  EXPECT_THROW(NCProjectFile::Compact(file.path() + ".absent"), NCError);
+  ExpectValues(*NCProjectFile::Open(file.path(), false)->LoadDataSet(2), 2, 20000, 10);
+  ASSERT_TRUE(project->RemoveDataSet(2));
   project->SetSyncToDisk(true);
   ASSERT_TRUE(project->RemoveDataSet(1));
 
   const auto reopened = NCProjectFile::Open(file.path(), false);
   EXPECT_TRUE(reopened->GetDataSetNumbers().empty());
-  EXPECT_EQ(reopened->GetObservations().size(), 200000u);
+  EXPECT_EQ(reopened->GetObservations().size(), 220000u);
+}
+
+// The rows of every stream of the observation records, by name.
+std::map<std::string, std::vector<std::int64_t>> RecordStreams(const std::string& path) {
+  std::map<std::string, std::vector<std::int64_t>> streams;
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* query = nullptr;
+    sqlite3_prepare_v2(db,
+                       "SELECT stream, blob FROM ncds_chunk WHERE stream LIKE 'observations/%' "
+                       "ORDER BY stream, seq",
+                       -1, &query, nullptr);
+    while (sqlite3_step(query) == SQLITE_ROW) {
+      streams[reinterpret_cast<const char*>(sqlite3_column_text(query, 0))].push_back(
+          sqlite3_column_int64(query, 1));
+    }
+    sqlite3_finalize(query);
+  }
+  sqlite3_close(db);
+  return streams;
+}
+
+std::string BlockOf(const ObservationInfo& record) {
+  return "observations/" + std::to_string(record.GetUniqueID() / 65536);
 }
 
 TEST(NCProjectFile, SavesWriteTheRecordsOnlyWhenTheirBytesChanged) {
   TempFile file("project_unchanged_records.ncds");
   const auto project = NCProjectFile::Open(file.path(), true);
   project->SetSyncToDisk(false);
-  const auto dataSet = AddDataSet(project, 1, 30000, 2);
+  const auto dataSet = AddDataSet(project, 1, 100000, 2);
   ASSERT_TRUE(project->SaveDataSet(dataSet));
-  const auto records = BlobRows(file.path(), "observations");
+  const auto records = RecordStreams(file.path());
   const auto values = BlobRows(file.path(), "dataset/1");
-  ASSERT_FALSE(records.empty());
+  const std::string first = BlockOf(*dataSet->GetObservationInfo(1));
+  const std::string last = BlockOf(*dataSet->GetObservationInfo(100000));
+  ASSERT_NE(first, last);
+  ASSERT_EQ(records.count(first) + records.count(last) + records.count("observations/list"), 3u);
 
   // Saving again rewrites the dataset but leaves the unchanged records where they are.
   ASSERT_TRUE(project->SaveDataSet(dataSet));
-  EXPECT_EQ(BlobRows(file.path(), "observations"), records);
+  EXPECT_EQ(RecordStreams(file.path()), records);
   EXPECT_NE(BlobRows(file.path(), "dataset/1"), values);
 
-  // A record edited in place, which no flag tells, is written with the next save.
+  // A record edited in place, which no flag tells, is written with the next save; the
+  // blocks of the other records stay.
   project->GetObservations()
       .FindVarObsInfo(dataSet->GetObservationInfo(2)->GetUniqueID())
       ->SetUserID("Renamed", 1, nullptr);
   ASSERT_TRUE(project->SaveDataSet(dataSet));
-  EXPECT_NE(BlobRows(file.path(), "observations"), records);
+  auto changed = RecordStreams(file.path());
+  EXPECT_NE(changed[first], records.at(first));
+  EXPECT_EQ(changed[last], records.at(last));
 
   // What the file holds decides, not what this object wrote last: another project object on
   // the same file saves other records, and the next save here puts these back.
@@ -438,11 +478,105 @@ TEST(NCProjectFile, SavesWriteTheRecordsOnlyWhenTheirBytesChanged) {
     other->GetObservations().Add(std::make_unique<ObservationInfo>("Extra", 999999));
     other->SaveMetadata();
   }
-  EXPECT_EQ(NCProjectFile::Open(file.path(), false)->GetObservations().size(), 30001u);
+  EXPECT_EQ(NCProjectFile::Open(file.path(), false)->GetObservations().size(), 100001u);
   ASSERT_TRUE(project->SaveDataSet(dataSet));
+  {
+    const auto reopened = NCProjectFile::Open(file.path(), false);
+    EXPECT_EQ(reopened->GetObservations().size(), 100000u);
+    EXPECT_EQ(reopened->LoadDataSet(1)->GetObservationInfo(2)->GetUserID(1), "Renamed");
+  }
+
+  // A block whose records are all gone leaves the file; the rows that named them lose them.
+  NCIntegralVector<unsigned long, 0> gone;
+  for (const auto& [id, record] : project->GetObservations()) {
+    if (BlockOf(static_cast<const ObservationInfo&>(*record)) == first) gone.push_back(id);
+  }
+  project->GetObservations().DeleteVarObsInfos(gone);
+  project->SaveMetadata();
+  EXPECT_EQ(RecordStreams(file.path()).count(first), 0u);
   const auto reopened = NCProjectFile::Open(file.path(), false);
-  EXPECT_EQ(reopened->GetObservations().size(), 30000u);
-  EXPECT_EQ(reopened->LoadDataSet(1)->GetObservationInfo(2)->GetUserID(1), "Renamed");
+  EXPECT_EQ(reopened->GetObservations().size(), 100000u - gone.size());
+  EXPECT_EQ(reopened->LoadDataSet(1)->GetObservationInfo(1), nullptr);
+}
+
+// A record with more IDs than its container has series is kept in the container's own stream,
+// as files of the first format keep them all; the next save that can puts them in blocks.
+TEST(NCProjectFile, RecordsBeyondTheSeriesKeepTheContainersStream) {
+  TempFile file("project_wide_record.ncds");
+  const auto project = NCProjectFile::Open(file.path(), true);
+  project->SetSyncToDisk(false);
+  const auto dataSet = AddDataSet(project, 1, 20, 1);
+  ObservationInfo& wide = *dataSet->GetObservationInfoVector()[3];
+  wide.SetUserID("beyond", 3, nullptr);
+  ASSERT_TRUE(project->SaveDataSet(dataSet));
+  EXPECT_TRUE(RecordStreams(file.path()).empty());
+  EXPECT_EQ(
+      NCProjectFile::Open(file.path(), false)->LoadDataSet(1)->GetObservationInfo(4)->GetUserIDs(),
+      (std::vector<std::string>{"D1_3", "", "beyond"}));
+
+  wide.RemoveID(3);
+  wide.RemoveID(2);
+  project->SaveMetadata();
+  EXPECT_EQ(RecordStreams(file.path()).size(), 2u);
+  const auto reopened = NCProjectFile::Open(file.path(), false);
+  EXPECT_EQ(reopened->GetObservations().size(), 20u);
+  EXPECT_EQ(reopened->LoadDataSet(1)->GetObservationInfo(4)->GetUserIDs(),
+            (std::vector<std::string>{"D1_3"}));
+}
+
+std::int64_t UserVersion(const std::string& path) {
+  sqlite3* db = nullptr;
+  std::int64_t version = -1;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* query = nullptr;
+    sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &query, nullptr);
+    if (sqlite3_step(query) == SQLITE_ROW) version = sqlite3_column_int64(query, 0);
+    sqlite3_finalize(query);
+  }
+  sqlite3_close(db);
+  return version;
+}
+
+std::string Gunzip(const std::string& packed) {
+  std::string bytes(4 << 20, '\0');
+  std::size_t size = 0;
+  libdeflate_decompressor* inflater = libdeflate_alloc_decompressor();
+  const bool ok = libdeflate_gzip_decompress(inflater, packed.data(), packed.size(), bytes.data(),
+                                             bytes.size(), &size) == LIBDEFLATE_SUCCESS;
+  libdeflate_free_decompressor(inflater);
+  bytes.resize(ok ? size : 0);
+  return bytes;
+}
+
+// A project written by the version before the records moved into blocks: a batch dataset of
+// three batches and its alignment.
+TEST(NCProjectFile, FileOfTheFirstFormatOpensAndIsSavedInTheCurrentOne) {
+  TempFile file("project_format1.ncds");
+  WriteAll(file.path(), Gunzip(ReadAll(NCDS_TEST_DATA_DIR "/project-format1.ncds.gz")));
+  ASSERT_EQ(UserVersion(file.path()), 1);
+  const auto check = [&](NCProjectFile& project) {
+    EXPECT_EQ(project.GetObservations().size(), 16u);
+    EXPECT_EQ(project.GetObservations().GetIDLabelRaw(2), "Batch");
+    const auto raw = project.LoadDataSet(1);
+    ASSERT_EQ(raw->SizeObservations(), 7);
+    EXPECT_EQ(raw->GetObservationInfo(7)->GetUserIDs(),
+              (std::vector<std::string>{"B3_002", "B3", "Hold"}));
+    EXPECT_EQ(raw->GetValue(1, 2), 20.5F);
+    EXPECT_EQ(raw->GetValue(7, 2), -99.0F);
+    EXPECT_EQ(raw->GetBatchInfoVector()->size(), 3u);
+    const auto aligned = project.LoadDataSet(2);
+    ASSERT_EQ(aligned->SizeObservations(), 9);
+    EXPECT_EQ(aligned->GetObservationInfo(2)->GetPrimaryAlias(), "B1@002");
+    EXPECT_EQ(aligned->GetValue(5, 2), 19.5F);
+  };
+  {
+    const auto project = NCProjectFile::Open(file.path(), false);
+    check(*project);
+    project->SaveMetadata();
+  }
+  EXPECT_EQ(UserVersion(file.path()), NCProjectFile::kFormatVersion);
+  EXPECT_EQ(RecordStreams(file.path()).size(), 2u);
+  check(*NCProjectFile::Open(file.path(), false));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <boost/shared_ptr.hpp>
 #include <charconv>
 #include <cstddef>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <map>
@@ -517,6 +518,22 @@ int Combine(const Request& request, std::ostream& out) {
   return 0;
 }
 
+// A size in megabytes with one decimal, as a user reads file sizes.
+std::string Megabytes(std::uint64_t bytes) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", static_cast<double>(bytes) / 1e6);
+  return text;
+}
+
+int Compact(const Request& request, std::ostream& out) {
+  const NCProjectFile::Compacted sizes = NCProjectFile::Compact(request.project);
+  out << (ExceptionMessage::translate("Compacted {1}: {2} MB before, {3} MB now.") %
+          request.project % Megabytes(sizes.before) % Megabytes(sizes.after))
+             .str()
+      << '\n';
+  return 0;
+}
+
 int Fingerprint(const Request& request, std::ostream& out, std::ostream& err) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   const boost::shared_ptr<NCDataSet> dataSet =
@@ -764,6 +781,11 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
                                       "batches of its source, and recompute generated variables."));
   addDataSet(update);
 
+  CLI::App* compact = app.add_subcommand(
+      "compact", NCMessages::Translate("Give the free room of a project file back to the disk."));
+  compact->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
+      ->required();
+
   CLI::App* fingerprint = app.add_subcommand(
       "fingerprint", NCMessages::Translate("Print the MD5 fingerprint of a dataset's values."));
   addDataSet(fingerprint);
@@ -875,6 +897,7 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     if (batches->parsed()) return detail::Batches(request, out, err);
     if (align->parsed()) return detail::Align(request, out, err);
     if (fingerprint->parsed()) return detail::Fingerprint(request, out, err);
+    if (compact->parsed()) return detail::Compact(request, out);
     if (update->parsed()) return detail::Update(request, out, err);
     if (summarize->parsed()) return detail::Summarize(request, out, err);
     if (combine->parsed()) return detail::Combine(request, out);

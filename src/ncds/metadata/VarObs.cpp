@@ -379,17 +379,27 @@ bool VarObs::VStreamableStartWrite(std::ostream& os) const {
   return ok;
 }
 
+bool VarObs::WriteWithoutRecords(std::ostream& os) const {
+  struct Omitting {
+    const VarObs& container;
+    ~Omitting() { container.mOmitRecords = false; }
+  } omitting{*this};
+  mOmitRecords = true;
+  return static_cast<bool>(os << *this);
+}
+
 bool VarObs::VStreamableWrite(std::ostream& os) const {
   using namespace ncds::detail;
   OutputStreamDirectory directory(os, kNumberOfTags);
-  WriteToStreamDir(static_cast<std::uint32_t>(mInfos.size()), directory, kTagRecordCount);
+  const std::size_t recordCount = mOmitRecords ? 0 : mInfos.size();
+  WriteToStreamDir(static_cast<std::uint32_t>(recordCount), directory, kTagRecordCount);
   WriteToStreamDir(static_cast<std::int32_t>(mLabels.size()), directory, kTagSeriesCount);
   WriteBytes(mNumerals.data(), mNumerals.size(), directory.GetOutput(kTagNumerals));
   std::ostream& labels = directory.GetOutput(kTagLabels);
   const auto labelCount = static_cast<std::uint32_t>(mLabels.size());
   WriteFourBytes(&labelCount, 1, labels);
   for (const std::string& label : mLabels) WriteBinaryString(label, labels);
-  if (!mInfos.empty()) {
+  if (recordCount > 0) {
     std::ostream& records = directory.GetOutput(kTagRecords);
     RecordClasses classes;
     for (const auto& record : mInfos) {

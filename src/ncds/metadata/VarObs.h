@@ -143,6 +143,10 @@ class NCDS_EXPORT VarObs : public VarObsInfoAccess, public virtual VStreamBase {
   // damaged record throws `VxStreamError`.
   static std::unique_ptr<VarObsInfo> ReadVarObsInfo(std::istream& is);
 
+  // Writes the container's stream as `<<` does, but without its records (a record count of 0),
+  // for a store that keeps the records in a form of its own and adds them after reading this.
+  bool WriteWithoutRecords(std::ostream& os) const;
+
   static std::int16_t GetVStreamVersionNumber() { return msVStreamData.GetVStreamVersionNumber(); }
   static std::int16_t GetMyVStreamVersionNumber() {
     return msVStreamData.GetMyVStreamVersionNumber();
@@ -187,7 +191,8 @@ class NCDS_EXPORT VarObs : public VarObsInfoAccess, public virtual VStreamBase {
   bool ReadContents(InputStreamDirectory& directory, Contents& read) const;
 
   mutable bool mDirty = false;
-  std::vector<std::string> mLabels;  // one per series; the first is not used
+  mutable bool mOmitRecords = false;  // while WriteWithoutRecords writes
+  std::vector<std::string> mLabels;   // one per series; the first is not used
   std::unique_ptr<SelectedLabel> mSelectedLabel;
   std::vector<unsigned char> mNumerals;  // one per series
   InfoMap mInfos;

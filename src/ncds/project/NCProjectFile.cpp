@@ -18,12 +18,14 @@
 #include "ncds/foundations/NCProgress.h"
 #include "ncds/metadata/NCObservations.h"
 #include "ncds/metadata/NCVariables.h"
+#include "ncds/metadata/ObservationInfo.h"
 #include "ncds/project/detail/AuxiliaryDataStream.h"
 #include "ncds/project/detail/BatchListing.h"
 #include "ncds/project/detail/BlobChunks.h"
 #include "ncds/project/detail/CompoundDatasetsStream.h"
 #include "ncds/project/detail/EncodedStream.h"
 #include "ncds/project/detail/LightObjectStream.h"
+#include "ncds/project/detail/ObservationBlocks.h"
 #include "ncds/project/detail/Sqlite.h"
 
 namespace ncds::detail {
@@ -39,7 +41,15 @@ const char* const kRUSPStream = "rusp";
 const char* const kCompoundsStream = "compounds";
 const char* const kAuxiliaryStream = "auxiliary";
 
+// The observation records in blocks, and the list of those blocks; every stream named with
+// this prefix belongs to them.
+const char* const kObservationBlockPrefix = "observations/";
+const char* const kObservationListStream = "observations/list";
+
 std::string DataSetStream(int number) { return "dataset/" + std::to_string(number); }
+std::string ObservationBlockStream(unsigned long key) {
+  return kObservationBlockPrefix + std::to_string(key);
+}
 std::string InfoStream(int number) { return "info/" + std::to_string(number); }
 
 std::int64_t QueryInt(SqliteDatabase& db, const char* sql) {
@@ -104,6 +114,27 @@ class SaveWriter {
         .Step();
   }
 
+  // Removes the streams whose names begin with `prefix`, except those in `kept`.
+  void DropStreams(const std::string& prefix, const std::set<std::string>& kept) {
+    std::string past = prefix;
+    ++past.back();
+    std::vector<std::string> names;
+    SqliteStatement streams(
+        mDb, "SELECT DISTINCT stream FROM ncds_chunk WHERE stream >= ? AND stream < ?");
+    streams.Bind(1, prefix).Bind(2, past);
+    while (streams.Step()) {
+      std::string name = streams.Text(0);
+      if (kept.count(name) == 0) names.push_back(std::move(name));
+    }
+    streams.Reset();
+    SqliteStatement forget(mDb, "DELETE FROM ncds_stream WHERE name = ?");
+    for (const std::string& name : names) {
+      DetachChunks(mDb, name, mReplaced);
+      forget.Reset();
+      forget.Bind(1, name).Step();
+    }
+  }
+
   void Finish() {
     DeleteBlobs(mDb, mReplaced);
     mReplaced.clear();
@@ -137,12 +168,82 @@ bool ReadOptionalObject(SqliteDatabase& db, const std::string& name, VStreamBase
   return chunks.Size() == 0 || static_cast<bool>(is >> object);
 }
 
+// The observation records as the file keeps them: the container's stream without its records
+// and the records in blocks with their list; or, when some record is of a kind blocks do not
+// hold, the container's stream with all of them.
+struct EncodedObservations {
+  EncodedStream container;
+  std::vector<std::pair<std::string, EncodedStream>> blocks;
+};
+
+EncodedObservations EncodeObservations(const NCObservations& observations, std::size_t blockSize,
+                                       const std::string& path) {
+  EncodedObservations encoded;
+  if (!FitsObservationBlocks(observations)) {
+    encoded.container = Encode(observations, blockSize, path);
+    return encoded;
+  }
+  encoded.container =
+      Encode([&observations](std::ostream& os) { return observations.WriteWithoutRecords(os); },
+             kDefaultChunkSize, path);
+  ObservationBlockList list;
+  for (auto first = observations.begin(); first != observations.end();) {
+    const unsigned long key = first->first / kObservationBlockSpan;
+    const auto last = observations.lower_bound((key + 1) * kObservationBlockSpan);
+    encoded.blocks.emplace_back(ObservationBlockStream(key),
+                                Encode(EncodeObservationBlock(first, last), blockSize, path));
+    list.emplace_back(key, static_cast<std::size_t>(last - first));
+    first = last;
+  }
+  encoded.blocks.emplace_back(kObservationListStream,
+                              Encode(EncodeObservationBlockList(list), blockSize, path));
+  return encoded;
+}
+
+// The whole of stream `name` in `bytes`; false when it is missing, damaged or short.
+bool ReadStreamBytes(SqliteDatabase& db, const std::string& name, std::string& bytes) {
+  ChunkReader chunks(db, name);
+  const auto size = static_cast<std::streamsize>(chunks.Size());
+  bytes.resize(static_cast<std::size_t>(size));
+  return size > 0 && chunks.sgetn(bytes.data(), size) == size && !chunks.IsDamaged();
+}
+
+// Adds the records kept in blocks to `observations`, which holds the container read from its
+// own stream; true at once for a file that keeps them all there.
+bool ReadObservationBlocks(SqliteDatabase& db, NCObservations& observations) {
+  std::string bytes;
+  if (!HasChunks(db, kObservationListStream)) return true;
+  ObservationBlockList list;
+  if (!ReadStreamBytes(db, kObservationListStream, bytes) ||
+      !DecodeObservationBlockList(bytes, list)) {
+    return false;
+  }
+  std::vector<std::unique_ptr<ObservationInfo>> records;
+  for (const auto& [key, count] : list) {
+    const std::size_t before = records.size();
+    if (!ReadStreamBytes(db, ObservationBlockStream(key), bytes) ||
+        !DecodeObservationBlock(bytes.data(), bytes.size(), key, observations.SizeAliases(),
+                                records) ||
+        records.size() - before != count) {
+      return false;
+    }
+  }
+  observations.Reserve(records.size());
+  try {
+    for (auto& record : records) observations.Add(std::move(record));
+  } catch (const NCInternalError&) {
+    return false;  // a record the container's own stream holds already
+  }
+  observations.SetIsDirty(false);
+  return true;
+}
+
 // About what a save of `dataSet` writes, for its progress: the values and IDs, and the
-// project's records (some 80 bytes an observation, 200 a variable).
+// project's records (some 6 bytes an observation in blocks, 200 a variable).
 float EstimatedSaveBytes(const NCDataSet& dataSet, const NCProject& project) {
   const double values = 4.0 * dataSet.SizeObservations() * dataSet.SizeVariables();
   const double ids = 8.0 * (dataSet.SizeObservations() + dataSet.SizeVariables());
-  const double records = 80.0 * static_cast<double>(project.GetObservations().size()) +
+  const double records = 6.0 * static_cast<double>(project.GetObservations().size()) +
                          200.0 * static_cast<double>(project.GetVariables().size());
   return static_cast<float>(values + ids + records);
 }
@@ -150,6 +251,15 @@ float EstimatedSaveBytes(const NCDataSet& dataSet, const NCProject& project) {
 // From this many observations on, a save encodes their records on another thread while it
 // writes the rest.
 constexpr std::size_t kParallelRecords = 20000;
+
+std::uint64_t FileBytes(SqliteDatabase& db) {
+  return static_cast<std::uint64_t>(QueryInt(db, "PRAGMA page_count") *
+                                    QueryInt(db, "PRAGMA page_size"));
+}
+
+// Rewrites the file without its free pages. SQLite copies the database into a temporary one
+// and back under its journal, so a process that dies leaves the old file or the new one.
+void Vacuum(SqliteDatabase& db) { db.Execute("VACUUM"); }
 
 [[noreturn]] void ThrowDamaged(const std::string& path) {
   throw NCError(ExceptionMessage::translate("The project file {1} is damaged.") % path);
@@ -215,6 +325,7 @@ void NCProjectFile::ReadProject() {
   ncds::detail::LightObjectStream<RUSPData> rusp(GetRUSPData());
   if (!ReadObject(db, ncds::detail::kVariablesStream, GetVariables()) ||
       !ReadObject(db, ncds::detail::kObservationsStream, GetObservations()) ||
+      !ncds::detail::ReadObservationBlocks(db, GetObservations()) ||
       !ReadObject(db, ncds::detail::kSettingsStream, settings) ||
       !ncds::detail::ReadOptionalObject(db, ncds::detail::kRUSPStream, rusp)) {
     ncds::detail::ThrowDamaged(db.Path());
@@ -307,6 +418,30 @@ std::vector<NCProjectFile::CompoundSummary> NCProjectFile::ListCompoundDatasets(
   return summaries;
 }
 
+NCProjectFile::Compacted NCProjectFile::Compact(const std::string& path) {
+  const boost::shared_ptr<NCProjectFile> project = Connect(path, false);
+  {
+    SqliteTransaction transaction(*project->mDb, SqliteTransaction::kWriteIfWritable);
+    project->CheckFormat(false);
+  }
+  Compacted sizes;
+  sizes.before = ncds::detail::FileBytes(*project->mDb);
+  ncds::detail::Vacuum(*project->mDb);
+  sizes.after = ncds::detail::FileBytes(*project->mDb);
+  return sizes;
+}
+
+void NCProjectFile::CompactIfWasteful() {
+  const std::int64_t free = ncds::detail::QueryInt(*mDb, "PRAGMA freelist_count");
+  if (free * 4 <= ncds::detail::QueryInt(*mDb, "PRAGMA page_count")) return;
+  try {
+    ncds::detail::Vacuum(*mDb);
+  } catch (const NCError&) {
+    // The save is in the file; without room for a compacted copy the free pages stay for the
+    // next save to reuse.
+  }
+}
+
 void NCProjectFile::Initialise() {
   SqliteDatabase& db = *mDb;
   ncds::detail::CreateChunkTable(db);
@@ -315,7 +450,6 @@ void NCProjectFile::Initialise() {
       "CREATE TABLE ncds_dataset(number INTEGER PRIMARY KEY, name TEXT NOT NULL, "
       "observations INTEGER NOT NULL, variables INTEGER NOT NULL, data_type INTEGER NOT NULL)");
   db.Execute(("PRAGMA application_id = " + std::to_string(ncds::detail::kApplicationID)).c_str());
-  db.Execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
   ncds::detail::SaveWriter writer(db);
   WriteStreams(writer, nullptr, nullptr);
 }
@@ -331,8 +465,9 @@ void NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataS
   const auto policy = GetObservations().size() < ncds::detail::kParallelRecords
                           ? std::launch::deferred
                           : std::launch::async;
-  std::future<ncds::detail::EncodedStream> observations =
-      std::async(policy, [this, &path] { return Encode(GetObservations(), kBlockSize, path); });
+  std::future<ncds::detail::EncodedObservations> observations = std::async(policy, [this, &path] {
+    return ncds::detail::EncodeObservations(GetObservations(), kBlockSize, path);
+  });
   writer.Write(ncds::detail::kVariablesStream,
                Encode(GetVariables(), ncds::detail::kDefaultChunkSize, path));
   writer.Write(ncds::detail::kSettingsStream,
@@ -348,7 +483,16 @@ void NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataS
                       ncds::detail::kDefaultChunkSize, path));
   // The dataset's rows and columns refer to records: they are saved with it.
   if (dataSet) writer.Write(ncds::detail::DataSetStream(info->GetNumber()), *dataSet);
-  writer.Write(ncds::detail::kObservationsStream, observations.get());
+  ncds::detail::EncodedObservations records = observations.get();
+  writer.Write(ncds::detail::kObservationsStream, records.container);
+  std::set<std::string> blocks;
+  for (const auto& [name, stream] : records.blocks) {
+    writer.Write(name, stream);
+    blocks.insert(name);
+  }
+  writer.DropStreams(ncds::detail::kObservationBlockPrefix, blocks);
+  // A file of an earlier format holds this one's streams now.
+  mDb->Execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
   if (info) writer.Write(ncds::detail::InfoStream(info->GetNumber()), *info);
   writer.Finish();
 }
@@ -358,6 +502,7 @@ void NCProjectFile::SaveMetadata() {
   ncds::detail::SaveWriter writer(*mDb);
   WriteStreams(writer, nullptr, nullptr);
   transaction.Commit();
+  CompactIfWasteful();
 }
 
 bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo& info,
@@ -386,6 +531,7 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
   ncds::detail::WriteBatchListing(*mDb, number, dataSet);
   transaction.Commit();
   mDamaged.erase(number);
+  CompactIfWasteful();
   return true;
 }
 
@@ -407,6 +553,7 @@ void NCProjectFile::EraseDataSetStream(int number) {
   ncds::detail::EraseBatchListing(*mDb, number);
   transaction.Commit();
   mDamaged.erase(number);
+  CompactIfWasteful();
 }
 
 void NCProjectFile::WriteCompoundDatasets(const CompoundDatasets& compounds) {

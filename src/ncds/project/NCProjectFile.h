@@ -19,12 +19,16 @@
 // before the save began. Streams are stored in checksummed chunks; a damaged dataset is
 // reported by number and the others stay readable.
 //
+// A save frees the pages of what it replaces and the next save reuses them; when free pages
+// pass a quarter of the file after a save, the save compacts the file (see `Compact`).
+//
 // Failures of the file (not a project, written by a newer version, in use by another process,
 // damaged, disk full) throw `NCError` with a translated message naming the file; a failed save
 // leaves the file and the project as they were. One thread at a time; the file is opened for
 // as long as the object lives.
 
 #include <boost/shared_ptr.hpp>
+#include <cstdint>
 #include <memory>
 #include <set>
 #include <string>
@@ -41,7 +45,7 @@ class SqliteDatabase;
 class NCDS_EXPORT NCProjectFile : public NCProject {
  public:
   // The format version this build writes; files of a higher version are refused.
-  static constexpr int kFormatVersion = 1;
+  static constexpr int kFormatVersion = 2;
 
   // What a listing shows of a stored dataset.
   struct DataSetSummary {
@@ -67,6 +71,16 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   // The compound datasets stored in the project file at `path`, by number, read without
   // opening the project. Throws `NCError` as `Open` does, and for a damaged list.
   static std::vector<CompoundSummary> ListCompoundDatasets(const std::string& path);
+
+  // The size of a project file before and after `Compact`, in bytes.
+  struct Compacted {
+    std::uint64_t before = 0;
+    std::uint64_t after = 0;
+  };
+  // Rewrites the project file at `path` without its free pages, without opening the project.
+  // Like a save it is whole or not at all when the process dies. Throws `NCError` as `Open`
+  // does, and when the file cannot be rewritten (disk full, in use).
+  static Compacted Compact(const std::string& path);
 
   // Opens the project file at `path`; with `create`, an absent (or empty) file becomes a new,
   // empty project. Throws `NCError` when the file cannot serve as a project.
@@ -111,6 +125,8 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   // Checks that the open file is a project this build reads; a new, empty file becomes one.
   void CheckFormat(bool mayInitialise);
   void Initialise();
+  // Compacts the file when free pages pass a quarter of it; after a save's commit.
+  void CompactIfWasteful();
   void ReadProject();
   // Writes the project's metadata and, when given, a dataset and its info, then frees what
   // they replace.

@@ -86,6 +86,9 @@ TEST(Cli, ImportListShowExportReimportKeepsTheDataset) {
   ASSERT_EQ(
       RunNcds({"import", data.path(), project.path(), "--id", "ObsID", "--missing", "NA"}).code, 0);
 
+  o = RunNcds({"compact", project.path()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out.rfind("Compacted " + project.path() + ": ", 0), 0u) << o.out;
   o = RunNcds({"list", project.path()});
   ASSERT_EQ(o.code, 0) << o.err;
   EXPECT_EQ(o.out,
@@ -179,7 +182,7 @@ TEST(Cli, FailuresLeaveTheProjectAsItWas) {
   EXPECT_EQ(Listing(project.path()), before);
 
   // Files that are no project: neither read nor changed, nor created by other commands.
-  for (const char* command : {"list", "show"}) {
+  for (const char* command : {"list", "show", "compact"}) {
     std::vector<std::string> args = {command, text.path()};
     if (std::string(command) == "show") args.push_back("1");
     ExpectOneLineError(RunNcds(args), 1, text.path());

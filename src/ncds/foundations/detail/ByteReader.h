@@ -41,6 +41,13 @@ class ByteReader {
 
   bool Varint(std::uint64_t& value) { return DecodeVarint(mP, mEnd, value); }
 
+  // Moves past `n` bytes; false, not moving, when fewer remain.
+  bool Skip(std::size_t n) {
+    if (Remaining() < n) return false;
+    mP += n;
+    return true;
+  }
+
   // A magic header: one length byte, the magic, a two-byte version.
   bool Magic(const std::string& magic, std::uint16_t& version) {
     const std::size_t n = magic.size();

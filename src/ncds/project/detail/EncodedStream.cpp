@@ -10,10 +10,11 @@
 
 namespace ncds::detail {
 
-EncodedStream Encode(const VStreamBase& object, std::size_t blockSize, const std::string& path) {
+EncodedStream Encode(const std::function<bool(std::ostream&)>& write, std::size_t blockSize,
+                     const std::string& path) {
   EncodedStream encoded{std::make_unique<BlockSink>(blockSize), {}};
   std::ostream os(encoded.blocks.get());
-  if (!(os << object)) {
+  if (!write(os) || !os) {
     throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") % path);
   }
   StreamFingerprint& print = encoded.fingerprint;
@@ -23,6 +24,20 @@ EncodedStream Encode(const VStreamBase& object, std::size_t blockSize, const std
     print.adler = libdeflate_adler32(print.adler, data, size);
   });
   return encoded;
+}
+
+EncodedStream Encode(const VStreamBase& object, std::size_t blockSize, const std::string& path) {
+  return Encode([&object](std::ostream& os) { return static_cast<bool>(os << object); }, blockSize,
+                path);
+}
+
+EncodedStream Encode(const std::string& bytes, std::size_t blockSize, const std::string& path) {
+  return Encode(
+      [&bytes](std::ostream& os) {
+        return static_cast<bool>(
+            os.write(bytes.data(), static_cast<std::streamsize>(bytes.size())));
+      },
+      blockSize, path);
 }
 
 }  // namespace ncds::detail

@@ -6,6 +6,8 @@
 // does not rewrite a million unchanged observation records. Made on any thread.
 
 #include <cstdint>
+#include <functional>
+#include <iosfwd>
 #include <memory>
 #include <string>
 
@@ -32,9 +34,14 @@ struct EncodedStream {
   StreamFingerprint fingerprint;
 };
 
-// The stream of `object` in blocks of `blockSize`. Throws `NCError` naming the project file
-// `path` when the object cannot be written.
+// What `write` writes, in blocks of `blockSize`. Throws `NCError` naming the project file
+// `path` when `write` answers false.
+EncodedStream Encode(const std::function<bool(std::ostream&)>& write, std::size_t blockSize,
+                     const std::string& path);
+// The stream of `object`.
 EncodedStream Encode(const VStreamBase& object, std::size_t blockSize, const std::string& path);
+// `bytes` as they are.
+EncodedStream Encode(const std::string& bytes, std::size_t blockSize, const std::string& path);
 
 }  // namespace ncds::detail
 
