@@ -135,9 +135,12 @@ class SaveWriter {
     }
   }
 
-  void Finish() {
+  // Frees what the streams written replace; returns the number of pages freed.
+  std::int64_t Finish() {
+    const std::int64_t before = QueryInt(mDb, "PRAGMA freelist_count");
     DeleteBlobs(mDb, mReplaced);
     mReplaced.clear();
+    return QueryInt(mDb, "PRAGMA freelist_count") - before;
   }
 
  private:
@@ -449,8 +452,8 @@ NCProjectFile::Compacted NCProjectFile::Compact(const std::string& path) {
   return sizes;
 }
 
-void NCProjectFile::CompactIfWasteful() {
-  const std::int64_t free = ncds::detail::QueryInt(*mDb, "PRAGMA freelist_count");
+void NCProjectFile::CompactIfWasteful(std::int64_t keptPages) {
+  const std::int64_t free = ncds::detail::QueryInt(*mDb, "PRAGMA freelist_count") - keptPages;
   if (free * 4 <= ncds::detail::QueryInt(*mDb, "PRAGMA page_count")) return;
   try {
     ncds::detail::Vacuum(*mDb);
@@ -472,8 +475,8 @@ void NCProjectFile::Initialise() {
   WriteStreams(writer, nullptr, nullptr);
 }
 
-void NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataSet* dataSet,
-                                 const NCDataSetInfo* info) {
+std::int64_t NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataSet* dataSet,
+                                         const NCDataSetInfo* info) {
   using ncds::detail::Encode;
   // Blocks of whole chunks, each stored without a copy.
   constexpr std::size_t kBlockSize = 64 * ncds::detail::kDefaultChunkSize;
@@ -512,15 +515,15 @@ void NCProjectFile::WriteStreams(ncds::detail::SaveWriter& writer, const NCDataS
   // A file of an earlier format holds this one's streams now.
   mDb->Execute(("PRAGMA user_version = " + std::to_string(kFormatVersion)).c_str());
   if (info) writer.Write(ncds::detail::InfoStream(info->GetNumber()), *info);
-  writer.Finish();
+  return writer.Finish();
 }
 
 void NCProjectFile::SaveMetadata() {
   SqliteTransaction transaction(*mDb);
   ncds::detail::SaveWriter writer(*mDb);
-  WriteStreams(writer, nullptr, nullptr);
+  const std::int64_t freed = WriteStreams(writer, nullptr, nullptr);
   transaction.Commit();
-  CompactIfWasteful();
+  CompactIfWasteful(freed);
 }
 
 bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo& info,
@@ -536,7 +539,7 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
   };
   SqliteTransaction transaction(*mDb);
   ncds::detail::SaveWriter writer(*mDb, onStored);
-  WriteStreams(writer, &dataSet, &info);
+  const std::int64_t freed = WriteStreams(writer, &dataSet, &info);
   SqliteStatement add(*mDb,
                       "INSERT OR REPLACE INTO ncds_dataset(number, name, observations, variables, "
                       "data_type) VALUES(?, ?, ?, ?, ?)");
@@ -549,7 +552,7 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
   ncds::detail::WriteBatchListing(*mDb, number, dataSet);
   transaction.Commit();
   mDamaged.erase(number);
-  CompactIfWasteful();
+  CompactIfWasteful(freed);
   return true;
 }
 
@@ -571,7 +574,7 @@ void NCProjectFile::EraseDataSetStream(int number) {
   ncds::detail::EraseBatchListing(*mDb, number);
   transaction.Commit();
   mDamaged.erase(number);
-  CompactIfWasteful();
+  CompactIfWasteful(0);
 }
 
 void NCProjectFile::WriteCompoundDatasets(const CompoundDatasets& compounds) {

@@ -19,8 +19,9 @@
 // before the save began. Streams are stored in checksummed chunks; a damaged dataset is
 // reported by number and the others stay readable.
 //
-// A save frees the pages of what it replaces and the next save reuses them; when free pages
-// pass a quarter of the file after a save, the save compacts the file (see `Compact`).
+// A save frees the pages of what it replaces and the next save reuses them. When free pages
+// beyond those pass a quarter of the file (left by earlier saves, or by a removed dataset),
+// the save or the removal compacts the file (see `Compact`).
 //
 // Failures of the file (not a project, written by a newer version, in use by another process,
 // damaged, disk full) throw `NCError` with a translated message naming the file; a failed save
@@ -125,13 +126,14 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   // Checks that the open file is a project this build reads; a new, empty file becomes one.
   void CheckFormat(bool mayInitialise);
   void Initialise();
-  // Compacts the file when free pages pass a quarter of it; after a save's commit.
-  void CompactIfWasteful();
+  // Compacts the file when its free pages, less the `keptPages` that a save just freed (the
+  // room the next save of the same data reuses), pass a quarter of it; after a commit.
+  void CompactIfWasteful(std::int64_t keptPages);
   void ReadProject();
   // Writes the project's metadata and, when given, a dataset and its info, then frees what
-  // they replace.
-  void WriteStreams(ncds::detail::SaveWriter& writer, const NCDataSet* dataSet,
-                    const NCDataSetInfo* info);
+  // they replace; returns the number of pages freed.
+  std::int64_t WriteStreams(ncds::detail::SaveWriter& writer, const NCDataSet* dataSet,
+                            const NCDataSetInfo* info);
 
   std::unique_ptr<ncds::detail::SqliteDatabase> mDb;
   bool mSyncToDisk = true;
