@@ -111,6 +111,30 @@ std::string ErrorOf(const std::function<void()>& action) {
   return "";
 }
 
+// The rows of every stream of the observation records, by name.
+std::map<std::string, std::vector<std::int64_t>> RecordStreams(const std::string& path) {
+  std::map<std::string, std::vector<std::int64_t>> streams;
+  sqlite3* db = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* query = nullptr;
+    sqlite3_prepare_v2(db,
+                       "SELECT stream, blob FROM ncds_chunk WHERE stream LIKE 'observations/%' "
+                       "ORDER BY stream, seq",
+                       -1, &query, nullptr);
+    while (sqlite3_step(query) == SQLITE_ROW) {
+      streams[reinterpret_cast<const char*>(sqlite3_column_text(query, 0))].push_back(
+          sqlite3_column_int64(query, 1));
+    }
+    sqlite3_finalize(query);
+  }
+  sqlite3_close(db);
+  return streams;
+}
+
+std::string BlockOf(const ObservationInfo& record) {
+  return "observations/" + std::to_string(record.GetUniqueID() / 65536);
+}
+
 TEST(NCProjectFile, DataSetsSurviveReopeningAndLoadOnDemand) {
   TempFile file("project_roundtrip.ncds");
   {
@@ -307,6 +331,43 @@ TEST(NCProjectFile, DamagedDataSetIsNamedAndTheOthersStayReadable) {
   ExpectValues(*project->LoadDataSet(2), 2, 3, 1);
 }
 
+TEST(NCProjectFile, DamagedRecordsCostOnlyTheRowsThatNameThem) {
+  TempFile file("project_damaged_records.ncds");
+  std::string first;
+  std::size_t inFirst = 0;
+  {
+    const auto project = NCProjectFile::Open(file.path(), true);
+    project->SetSyncToDisk(false);
+    const auto big = AddDataSet(project, 1, 70000, 1);
+    first = BlockOf(*big->GetObservationInfo(1));
+    while (BlockOf(*big->GetObservationInfo(static_cast<int>(inFirst) + 1)) == first) ++inFirst;
+    ASSERT_TRUE(project->SaveDataSet(big));
+    ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 2, 10, 2)));
+  }
+  const std::string intact = ReadAll(file.path());
+  ASSERT_TRUE(ncds::test::DamageChunk(file.path(), first, 0));
+  {
+    const auto project = NCProjectFile::Open(file.path(), false);
+    EXPECT_EQ(project->GetLostObservationRecords(), inFirst);
+    const auto small = project->LoadDataSet(2);
+    ExpectValues(*small, 2, 10, 2);
+    EXPECT_EQ(small->GetObservationInfo(10)->GetPrimaryAlias(), "D2_9");
+    const auto big = project->LoadDataSet(1);
+    ExpectValues(*big, 1, 70000, 1);
+    EXPECT_EQ(big->GetObservationInfo(static_cast<int>(inFirst)), nullptr);
+    EXPECT_EQ(big->GetObservationInfo(static_cast<int>(inFirst) + 1)->GetPrimaryAlias(),
+              "D1_" + std::to_string(inFirst));
+  }
+
+  // A damaged list of the blocks loses nothing: the blocks are found by their names.
+  WriteAll(file.path(), intact);
+  ASSERT_TRUE(ncds::test::DamageChunk(file.path(), "observations/list", 0));
+  const auto project = NCProjectFile::Open(file.path(), false);
+  EXPECT_EQ(project->GetLostObservationRecords(), 0u);
+  EXPECT_EQ(project->GetObservations().size(), 70010u);
+  EXPECT_EQ(project->LoadDataSet(1)->GetObservationInfo(1)->GetPrimaryAlias(), "D1_0");
+}
+
 TEST(NCProjectFile, DamagedFilesGiveErrorsNeverCrashes) {
   TempFile file("project_corrupt.ncds");
   {
@@ -418,30 +479,6 @@ TEST(NCProjectFile, SavesReportProgressAndReuseTheRoomOfWhatTheyReplace) {
   const auto reopened = NCProjectFile::Open(file.path(), false);
   EXPECT_TRUE(reopened->GetDataSetNumbers().empty());
   EXPECT_EQ(reopened->GetObservations().size(), 202000u);
-}
-
-// The rows of every stream of the observation records, by name.
-std::map<std::string, std::vector<std::int64_t>> RecordStreams(const std::string& path) {
-  std::map<std::string, std::vector<std::int64_t>> streams;
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* query = nullptr;
-    sqlite3_prepare_v2(db,
-                       "SELECT stream, blob FROM ncds_chunk WHERE stream LIKE 'observations/%' "
-                       "ORDER BY stream, seq",
-                       -1, &query, nullptr);
-    while (sqlite3_step(query) == SQLITE_ROW) {
-      streams[reinterpret_cast<const char*>(sqlite3_column_text(query, 0))].push_back(
-          sqlite3_column_int64(query, 1));
-    }
-    sqlite3_finalize(query);
-  }
-  sqlite3_close(db);
-  return streams;
-}
-
-std::string BlockOf(const ObservationInfo& record) {
-  return "observations/" + std::to_string(record.GetUniqueID() / 65536);
 }
 
 TEST(NCProjectFile, SavesWriteTheRecordsOnlyWhenTheirBytesChanged) {

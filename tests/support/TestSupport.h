@@ -95,6 +95,10 @@ class ProgressRecorder final : public NCProgressSink {
   NCProgressSink* mPrevious;
 };
 
+// Flips a byte in chunk `seq` of stream `name` of the project file at `path`, as another
+// program would; false when the file has no such chunk.
+bool DamageChunk(const std::string& path, const std::string& name, int seq);
+
 }  // namespace ncds::test
 
 #endif  // NCDS_TESTS_SUPPORT_TESTSUPPORT_H

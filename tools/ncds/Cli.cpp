@@ -116,6 +116,11 @@ int MatchDataSet(const NCProjectFile& project, const std::string& which) {
     const boost::shared_ptr<NCDataSetInfo const> info = project.GetDataSetInfo(n);
     if (info && which == info->GetName()) return n;
   }
+  // A damaged dataset is found too, by its number or its listed name, so that it can be
+  // named as damaged and deleted.
+  for (const int n : project.GetDamagedDataSets()) {
+    if (which == std::to_string(n) || which == project.GetListedName(n)) return n;
+  }
   return 0;
 }
 
@@ -139,6 +144,9 @@ int FindOnlyCompound(const NCProjectFile& project, const std::string& which) {
 
 // Loads dataset `number`; rows whose observation records are gone are pointed out on `err`.
 boost::shared_ptr<NCDataSet> Load(NCProjectFile& project, int number, std::ostream& err) {
+  if (project.GetDamagedDataSets().count(number) > 0) {
+    throw NCError(project.DamagedDataSetMessage(number));
+  }
   boost::shared_ptr<NCDataSet> dataSet = project.LoadDataSet(number);
   if (!dataSet) {
     throw NCError(ExceptionMessage::translate("Dataset {1} of project {2} cannot be read.") %
@@ -511,7 +519,11 @@ int Combine(const Request& request, std::ostream& out) {
   const boost::shared_ptr<NCProjectFile> project = NCProjectFile::Open(request.project, false);
   std::vector<int> members;
   for (const std::string& member : request.members) {
-    members.push_back(FindDataSet(*project, member));
+    const int number = FindDataSet(*project, member);
+    if (project->GetDamagedDataSets().count(number) > 0) {
+      throw NCError(project->DamagedDataSetMessage(number));
+    }
+    members.push_back(number);
   }
   const int number = project->GetFreeNumber();
   out << CombineCommands::Combine(*project, members, request.name, number);
@@ -554,7 +566,7 @@ int Delete(const Request& request, std::ostream& out, std::ostream& err) {
     return 0;
   }
   const int number = FindDataSet(*project, request.dataSet);
-  const std::string name = project->GetDataSetInfo(number)->GetName();
+  const std::string name = project->GetListedName(number);
   bool removed = false;
   {
     const ProgressLine progress(request.progress, NCMessages::Translate("Saving the project"), err);

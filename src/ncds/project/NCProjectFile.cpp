@@ -1,6 +1,8 @@
 #include "ncds/project/NCProjectFile.h"
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
+#include <charconv>
 #include <filesystem>
 #include <future>
 #include <istream>
@@ -211,19 +213,49 @@ bool ReadStreamBytes(SqliteDatabase& db, const std::string& name, std::string& b
   return size > 0 && chunks.sgetn(bytes.data(), size) == size && !chunks.IsDamaged();
 }
 
-// Adds the records kept in blocks to `observations`, which holds the container read from its
-// own stream; true at once for a file that keeps them all there.
-bool ReadObservationBlocks(SqliteDatabase& db, NCObservations& observations) {
-  if (!HasChunks(db, kObservationListStream)) return true;
+// The blocks of observation records the file holds: from their list, or, when the list is
+// missing or damaged, from the names of the streams (their record counts then unknown, 0).
+ObservationBlockList ListObservationBlocks(SqliteDatabase& db) {
   std::string listed;
   ObservationBlockList list;
-  if (!ReadStreamBytes(db, kObservationListStream, listed) ||
-      !DecodeObservationBlockList(listed, list)) {
-    return false;
+  if (ReadStreamBytes(db, kObservationListStream, listed) &&
+      DecodeObservationBlockList(listed, list)) {
+    return list;
   }
+  list.clear();
+  // The names of the blocks sort between the prefix and the prefix with its '/' turned '0'.
+  const std::string prefix = kObservationBlockPrefix;
+  const std::string past = prefix.substr(0, prefix.size() - 1) + '0';
+  SqliteStatement streams(db,
+                          "SELECT DISTINCT stream FROM ncds_chunk WHERE stream > ? AND stream < ?");
+  streams.Bind(1, prefix).Bind(2, past);
+  while (streams.Step()) {
+    const std::string name = streams.Text(0);
+    unsigned long key = 0;
+    const char* const end = name.data() + name.size();
+    const auto parsed = std::from_chars(name.data() + prefix.size(), end, key);
+    if (parsed.ec == std::errc() && parsed.ptr == end &&
+        key <= 0xFFFFFFFFUL / kObservationBlockSpan) {
+      list.emplace_back(key, 0);
+    }
+  }
+  std::sort(list.begin(), list.end());
+  return list;
+}
+
+// Adds the records kept in blocks to `observations`, which holds the container read from its
+// own stream; true at once for a file that keeps them all there. A block that is missing or
+// damaged is left out, its records (as many as the list says) counted in `lost`: the rows that
+// name them become rows without a record. False when the blocks hold records the container's
+// stream holds too.
+bool ReadObservationBlocks(SqliteDatabase& db, NCObservations& observations, std::size_t& lost) {
+  lost = 0;
+  const ObservationBlockList list = ListObservationBlocks(db);
+  if (list.empty()) return true;
   std::vector<std::string> blocks(list.size());
+  std::vector<char> damaged(list.size(), 0);
   for (std::size_t k = 0; k < list.size(); ++k) {
-    if (!ReadStreamBytes(db, ObservationBlockStream(list[k].first), blocks[k])) return false;
+    damaged[k] = !ReadStreamBytes(db, ObservationBlockStream(list[k].first), blocks[k]);
   }
   // Building the records is most of a large project's opening: the blocks are decoded in two
   // halves at once, the later half on another thread.
@@ -232,28 +264,32 @@ bool ReadObservationBlocks(SqliteDatabase& db, NCObservations& observations) {
   const auto decode = [&](std::size_t first, std::size_t last, Records& records) {
     for (std::size_t k = first; k < last; ++k) {
       const std::size_t before = records.size();
-      if (!DecodeObservationBlock(blocks[k].data(), blocks[k].size(), list[k].first, series,
+      if (damaged[k] ||
+          !DecodeObservationBlock(blocks[k].data(), blocks[k].size(), list[k].first, series,
                                   records) ||
-          records.size() - before != list[k].second) {
-        return false;
+          (list[k].second != 0 && records.size() - before != list[k].second)) {
+        records.resize(before);
+        damaged[k] = 1;
       }
     }
-    return true;
   };
   const std::size_t half = list.size() / 2;
   Records early;
   Records late;
-  std::future<bool> lateRead = std::async(half >= 2 ? std::launch::async : std::launch::deferred,
-                                          [&] { return decode(half, list.size(), late); });
-  const bool read = decode(0, half, early);
-  if (!lateRead.get() || !read) return false;
+  std::future<void> lateRead = std::async(half >= 2 ? std::launch::async : std::launch::deferred,
+                                          [&] { decode(half, list.size(), late); });
+  decode(0, half, early);
+  lateRead.get();
+  for (std::size_t k = 0; k < list.size(); ++k) {
+    if (damaged[k]) lost += list[k].second;
+  }
   observations.Reserve(early.size() + late.size());
   try {
     for (Records* records : {&early, &late}) {
       for (auto& record : *records) observations.Add(std::move(record));
     }
   } catch (const NCInternalError&) {
-    return false;  // a record the container's own stream holds already
+    return false;
   }
   observations.SetIsDirty(false);
   return true;
@@ -346,7 +382,7 @@ void NCProjectFile::ReadProject() {
   ncds::detail::LightObjectStream<RUSPData> rusp(GetRUSPData());
   if (!ReadObject(db, ncds::detail::kVariablesStream, GetVariables()) ||
       !ReadObject(db, ncds::detail::kObservationsStream, GetObservations()) ||
-      !ncds::detail::ReadObservationBlocks(db, GetObservations()) ||
+      !ncds::detail::ReadObservationBlocks(db, GetObservations(), mLostRecords) ||
       !ReadObject(db, ncds::detail::kSettingsStream, settings) ||
       !ncds::detail::ReadOptionalObject(db, ncds::detail::kRUSPStream, rusp)) {
     ncds::detail::ThrowDamaged(db.Path());
@@ -559,10 +595,19 @@ bool NCProjectFile::WriteDataSetStream(const NCDataSet& dataSet, const NCDataSet
 bool NCProjectFile::ReadDataSetStream(int number, const std::string&, NCDataSet& dataSet) {
   SqliteTransaction transaction(*mDb, SqliteTransaction::kRead);
   if (ncds::detail::ReadObject(*mDb, ncds::detail::DataSetStream(number), dataSet)) return true;
-  throw NCError(
-      ExceptionMessage::translate("Dataset {1} in the project file {2} is damaged and cannot be "
-                                  "read; the other datasets are not affected.") %
-      number % mDb->Path());
+  throw NCError(DamagedDataSetMessage(number));
+}
+
+ExceptionMessage NCProjectFile::DamagedDataSetMessage(int number) const {
+  return ExceptionMessage::translate(
+             "Dataset {1} in the project file {2} is damaged and cannot be read; the other "
+             "datasets are not affected.") %
+         number % mDb->Path();
+}
+
+std::string NCProjectFile::GetListedName(int number) const {
+  SqliteStatement name(*mDb, "SELECT name FROM ncds_dataset WHERE number = ?");
+  return name.Bind(1, std::int64_t{number}).Step() ? name.Text(0) : std::string();
 }
 
 void NCProjectFile::EraseDataSetStream(int number) {

@@ -17,7 +17,8 @@
 // Each save (`SaveDataSet`, `SaveMetadata`, `RemoveDataSet`) is one transaction that writes
 // the project's metadata with it: when the process dies in the middle, the file is as it was
 // before the save began. Streams are stored in checksummed chunks; a damaged dataset is
-// reported by number and the others stay readable.
+// reported by number and the others stay readable, and damaged observation records cost only
+// the rows that name them (`GetLostObservationRecords`).
 //
 // A save frees the pages of what it replaces and the next save reuses them. When free pages
 // beyond those pass a quarter of the file (left by earlier saves, or by a removed dataset),
@@ -35,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include "ncds/foundations/ExceptionMessage.h"
 #include "ncds/ncds_export.h"
 #include "ncds/project/NCProject.h"
 
@@ -106,6 +108,15 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   // The datasets whose description could not be read when the file was opened: their data
   // is damaged. They are not among `GetDataSetNumbers`.
   const std::set<int>& GetDamagedDataSets() const { return mDamaged; }
+  // The name dataset `number` is listed under in the file, a damaged one's too; empty when the
+  // file lists no such dataset.
+  std::string GetListedName(int number) const;
+  // The sentence that says dataset `number` of this file is damaged and cannot be read.
+  ExceptionMessage DamagedDataSetMessage(int number) const;
+  // How many observation records could not be read when the file was opened, their part of
+  // the file being damaged: the rows that name them are rows without a record. A save then
+  // keeps the records that were read.
+  std::size_t GetLostObservationRecords() const { return mLostRecords; }
 
  protected:
   bool WriteDataSetStream(const NCDataSet& dataSet, const NCDataSetInfo& info,
@@ -138,6 +149,7 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   std::unique_ptr<ncds::detail::SqliteDatabase> mDb;
   bool mSyncToDisk = true;
   std::set<int> mDamaged;
+  std::size_t mLostRecords = 0;
 };
 
 #endif  // NCDS_PROJECT_NCPROJECTFILE_H

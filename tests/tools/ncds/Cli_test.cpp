@@ -439,6 +439,27 @@ TEST(Cli, RowsWhoseRecordsAreGoneArePointedOutAndDropped) {
   EXPECT_TRUE(o.err.empty()) << o.err;
   EXPECT_NE(o.out.find("B1     yes       2             Growth 1, Feed 1"), std::string::npos)
       << o.out;
+
+  // A dataset whose description is damaged is still listed, found by number or name, named
+  // as damaged by every command, and can be deleted.
+  ASSERT_EQ(RunNcds({"import", data.path(), project.path(), "--batch", "Batch", "--phase", "Phase",
+                     "--name", "second"})
+                .code,
+            0);
+  ASSERT_TRUE(ncds::test::DamageChunk(project.path(), "info/2", 0));
+  EXPECT_NE(RunNcds({"list", project.path()}).out.find("2    second"), std::string::npos);
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"show", project.path(), "2"},
+                                             {"export", project.path(), "second"},
+                                             {"fingerprint", project.path(), "second"},
+                                             {"combine", project.path(), "1", "2", "--name", "c"},
+                                             {"derive", project.path(), "2", "--update"}}) {
+    ExpectOneLineError(RunNcds(command), 1, "Dataset 2 in the project file");
+  }
+  o = RunNcds({"delete", project.path(), "second"});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find("Deleted dataset 2 \"second\""), std::string::npos) << o.out;
+  EXPECT_EQ(RunNcds({"list", project.path()}).out.find("second"), std::string::npos);
 }
 
 TEST(Cli, BatchFilesThatCannotBeImported) {
