@@ -43,5 +43,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (std::string(e.what()).find("factory") == std::string::npos) throw;
   }
   std::remove((path + "-journal").c_str());
+  std::remove(path.c_str());
   return 0;
 }
