@@ -273,6 +273,12 @@ class Project:
         """The stored datasets as (number, name, observations, variables, kind) tuples."""
         return self._handle.datasets()
 
+    def damaged(self):
+        """What is damaged in the project file, one sentence per part saying what it costs (a
+        dataset that cannot be read, observations that lost their records); empty when nothing
+        is, and for a project in memory. Reads the whole file."""
+        return _ncds.check(str(self.path)) if self.path else []
+
     def add_matrix(self, values, names, ids=None, name="matrix", batches=None, phases=None,
                    rename_clashes=False):
         """A new dataset of quantitative variables `names` from a 2-D array (observations x

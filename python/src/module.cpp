@@ -409,6 +409,10 @@ PYBIND11_MODULE(_ncds, m) {
     }
   });
 
+  m.def("check", &NCProjectFile::Check, py::arg("path"),
+        "Reads everything in the project file at `path`; one sentence per damaged part, saying "
+        "what it costs (none when nothing is damaged).");
+
   py::class_<ProjectHandle> project(m, "Project");
   project
       .def(py::init([] {

@@ -345,13 +345,25 @@ TEST(NCProjectFile, DamagedRecordsCostOnlyTheRowsThatNameThem) {
     ASSERT_TRUE(project->SaveDataSet(AddDataSet(project, 2, 10, 2)));
   }
   const std::string intact = ReadAll(file.path());
+  EXPECT_TRUE(NCProjectFile::Check(file.path()).empty());
   ASSERT_TRUE(ncds::test::DamageChunk(file.path(), first, 0));
+  ASSERT_TRUE(ncds::test::DamageChunk(file.path(), "dataset/2", 0));
+  // What is damaged, and what it costs, without changing the file.
+  const std::string damaged = ReadAll(file.path());
+  EXPECT_EQ(NCProjectFile::Check(file.path()),
+            (std::vector<std::string>{
+                "The values of dataset 2 \"Set 2\" are damaged: the dataset cannot be read; "
+                "`ncds delete` removes it.",
+                "A block of " + std::to_string(inFirst) +
+                    " observation records is damaged: the rows that name them lose their records; "
+                    "`ncds drop-lost` removes such rows.",
+                "Dataset 1 \"Set 1\": " + std::to_string(inFirst) +
+                    " observations have lost their records; `ncds drop-lost` removes them."}));
+  EXPECT_EQ(ReadAll(file.path()), damaged);
   {
     const auto project = NCProjectFile::Open(file.path(), false);
     EXPECT_EQ(project->GetLostObservationRecords(), inFirst);
-    const auto small = project->LoadDataSet(2);
-    ExpectValues(*small, 2, 10, 2);
-    EXPECT_EQ(small->GetObservationInfo(10)->GetPrimaryAlias(), "D2_9");
+    EXPECT_THROW(project->LoadDataSet(2), NCError);
     const auto big = project->LoadDataSet(1);
     ExpectValues(*big, 1, 70000, 1);
     EXPECT_EQ(big->GetObservationInfo(static_cast<int>(inFirst)), nullptr);
@@ -362,7 +374,10 @@ TEST(NCProjectFile, DamagedRecordsCostOnlyTheRowsThatNameThem) {
   // A damaged list of the blocks loses nothing: the blocks are found by their names.
   WriteAll(file.path(), intact);
   ASSERT_TRUE(ncds::test::DamageChunk(file.path(), "observations/list", 0));
+  EXPECT_EQ(NCProjectFile::Check(file.path()).size(), 1u);
   const auto project = NCProjectFile::Open(file.path(), false);
+  ExpectValues(*project->LoadDataSet(2), 2, 10, 2);
+  EXPECT_EQ(project->LoadDataSet(2)->GetObservationInfo(10)->GetPrimaryAlias(), "D2_9");
   EXPECT_EQ(project->GetLostObservationRecords(), 0u);
   EXPECT_EQ(project->GetObservations().size(), 70010u);
   EXPECT_EQ(project->LoadDataSet(1)->GetObservationInfo(1)->GetPrimaryAlias(), "D1_0");

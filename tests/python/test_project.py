@@ -1,6 +1,8 @@
 """The Python package over a project the command-line tool made from the example data."""
 
 import os
+import shutil
+import sqlite3
 import subprocess
 
 import numpy as np
@@ -71,8 +73,20 @@ def test_errors_arrive_as_ncds_error(project_path, tmp_path):
     with pytest.raises(ncds.Error):
         ncds.open(tmp_path / "absent.ncds")
     fresh = ncds.open(tmp_path / "new.ncds", create=True)
-    assert fresh.datasets() == []
-    assert ncds.Project().datasets() == []
+    assert fresh.datasets() == [] and fresh.damaged() == []
+    assert ncds.Project().datasets() == [] and ncds.Project().damaged() == []
+    # A file whose dataset values are damaged opens; the damage is named.
+    damaged = tmp_path / "damaged.ncds"
+    shutil.copy(project_path, damaged)
+    with sqlite3.connect(damaged) as db:
+        blob = db.execute("SELECT blob FROM ncds_chunk WHERE stream = 'dataset/2'").fetchone()[0]
+        data = bytearray(db.execute("SELECT data FROM ncds_blob WHERE id = ?", (blob,)).fetchone()[0])
+        data[len(data) // 2] ^= 0x20
+        db.execute("UPDATE ncds_blob SET data = ? WHERE id = ?", (bytes(data), blob))
+    with ncds.open(damaged) as project:
+        assert project.damaged() == ['The values of dataset 2 "levels" are damaged: the dataset '
+                                     'cannot be read; `ncds delete` removes it.']
+        assert project.load(1).shape[0] > 0
 
 
 def test_add_matrix_takes_nan_as_missing_and_checks_the_shape():

@@ -537,6 +537,16 @@ std::string Megabytes(std::uint64_t bytes) {
   return text;
 }
 
+// Exit status 1 when anything is damaged.
+int Check(const Request& request, std::ostream& out) {
+  const std::vector<std::string> damaged = NCProjectFile::Check(request.project);
+  for (const std::string& line : damaged) out << line << '\n';
+  if (damaged.empty()) {
+    out << (ExceptionMessage::translate("No damage found in {1}.") % request.project).str() << '\n';
+  }
+  return damaged.empty() ? 0 : 1;
+}
+
 int Compact(const Request& request, std::ostream& out) {
   const NCProjectFile::Compacted sizes = NCProjectFile::Compact(request.project);
   out << (ExceptionMessage::translate("Compacted {1}: {2} MB before, {3} MB now.") %
@@ -793,6 +803,12 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
                                       "batches of its source, and recompute generated variables."));
   addDataSet(update);
 
+  CLI::App* check = app.add_subcommand(
+      "check", NCMessages::Translate("Read everything in a project file and say what is damaged "
+                                     "(exit status 1 when anything is)."));
+  check->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
+      ->required();
+
   CLI::App* compact = app.add_subcommand(
       "compact", NCMessages::Translate("Give the free room of a project file back to the disk."));
   compact->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
@@ -910,6 +926,7 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     if (align->parsed()) return detail::Align(request, out, err);
     if (fingerprint->parsed()) return detail::Fingerprint(request, out, err);
     if (compact->parsed()) return detail::Compact(request, out);
+    if (check->parsed()) return detail::Check(request, out);
     if (update->parsed()) return detail::Update(request, out, err);
     if (summarize->parsed()) return detail::Summarize(request, out, err);
     if (combine->parsed()) return detail::Combine(request, out);

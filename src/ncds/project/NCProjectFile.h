@@ -85,6 +85,12 @@ class NCDS_EXPORT NCProjectFile : public NCProject {
   // does, and when the file cannot be rewritten (disk full, in use).
   static Compacted Compact(const std::string& path);
 
+  // Reads everything the project file at `path` holds: the database's own integrity check,
+  // the checksum of every chunk of every stream, and every dataset as a command reads it.
+  // Returns one sentence per damaged part, saying what it costs; none when nothing is
+  // damaged. Changes nothing. Throws `NCError` as `Open` does for a file that is no project.
+  static std::vector<std::string> Check(const std::string& path);
+
   // Opens the project file at `path`; with `create`, an absent (or empty) file becomes a new,
   // empty project. Throws `NCError` when the file cannot serve as a project.
   static boost::shared_ptr<NCProjectFile> Open(const std::string& path, bool create);

@@ -446,7 +446,15 @@ TEST(Cli, RowsWhoseRecordsAreGoneArePointedOutAndDropped) {
                      "--name", "second"})
                 .code,
             0);
+  o = RunNcds({"check", project.path()});
+  EXPECT_EQ(o.code, 0);
+  EXPECT_EQ(o.out, "No damage found in " + project.path() + ".\n");
   ASSERT_TRUE(ncds::test::DamageChunk(project.path(), "info/2", 0));
+  o = RunNcds({"check", project.path()});
+  EXPECT_EQ(o.code, 1);
+  EXPECT_EQ(o.out,
+            "The description of dataset 2 \"second\" is damaged: the dataset cannot be read; "
+            "`ncds delete` removes it.\n");
   EXPECT_NE(RunNcds({"list", project.path()}).out.find("2    second"), std::string::npos);
   for (const std::vector<std::string>& command :
        std::vector<std::vector<std::string>>{{"show", project.path(), "2"},
