@@ -9,6 +9,7 @@
 #include <exception>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -547,6 +548,65 @@ int Check(const Request& request, std::ostream& out) {
   return damaged.empty() ? 0 : 1;
 }
 
+// Copies the project file to `request.output` and leaves out of the copy what cannot be read:
+// damaged datasets, and rows whose records are lost. The copy is written in full again.
+int Salvage(const Request& request, std::ostream& out) {
+  std::error_code error;
+  if (std::filesystem::exists(request.output, error)) {
+    throw NCError(ExceptionMessage::translate("{1} exists already; salvage writes a new file.") %
+                  request.output);
+  }
+  NCProjectFile::Open(request.project, false);  // a file that cannot be opened is refused here
+  std::filesystem::copy_file(request.project, request.output, error);
+  if (error) {
+    throw NCError(ExceptionMessage::translate("The project could not be written to {1}.") %
+                  request.output);
+  }
+  std::vector<std::string> lines;
+  try {
+    const boost::shared_ptr<NCProjectFile> copy = NCProjectFile::Open(request.output, false);
+    const std::set<int> damaged = copy->GetDamagedDataSets();
+    for (const int number : damaged) {
+      lines.push_back((ExceptionMessage::translate("Left out dataset {1} \"{2}\": damaged.") %
+                       number % copy->GetListedName(number))
+                          .str());
+      copy->RemoveDataSet(number);
+    }
+    for (const int number : copy->GetDataSetNumbers()) {
+      const std::string name = copy->GetListedName(number);
+      boost::shared_ptr<NCDataSet> dataSet;
+      try {
+        dataSet = copy->LoadDataSet(number);
+      } catch (const NCError&) {
+      }
+      if (!dataSet) {
+        lines.push_back(
+            (ExceptionMessage::translate("Left out dataset {1} \"{2}\": damaged.") % number % name)
+                .str());
+        copy->RemoveDataSet(number);
+      } else if (const int lost = BatchCommands::DropRowsWithoutRecord(*dataSet)) {
+        SaveOrThrow(*copy, dataSet);
+        lines.push_back(
+            (ExceptionMessage::translate(
+                 "Dataset {1} \"{2}\": left out {3} observations whose records are lost.") %
+             number % name % lost)
+                .str());
+      }
+      copy->UnloadDataSet(number);
+    }
+    copy->SaveMetadata();
+  } catch (...) {
+    std::filesystem::remove(request.output, error);
+    throw;
+  }
+  NCProjectFile::Compact(request.output);
+  for (const std::string& line : lines) out << line << '\n';
+  out << (ExceptionMessage::translate("Salvaged {1} into {2}.") % request.project % request.output)
+             .str()
+      << '\n';
+  return 0;
+}
+
 int Compact(const Request& request, std::ostream& out) {
   const NCProjectFile::Compacted sizes = NCProjectFile::Compact(request.project);
   out << (ExceptionMessage::translate("Compacted {1}: {2} MB before, {3} MB now.") %
@@ -809,6 +869,14 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   check->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
       ->required();
 
+  CLI::App* salvage = app.add_subcommand(
+      "salvage", NCMessages::Translate("Write what can be read of a damaged project file into a "
+                                       "new one."));
+  salvage->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
+      ->required();
+  salvage->add_option("NEW", request.output, NCMessages::Translate("the new project file"))
+      ->required();
+
   CLI::App* compact = app.add_subcommand(
       "compact", NCMessages::Translate("Give the free room of a project file back to the disk."));
   compact->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
@@ -927,6 +995,7 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
     if (fingerprint->parsed()) return detail::Fingerprint(request, out, err);
     if (compact->parsed()) return detail::Compact(request, out);
     if (check->parsed()) return detail::Check(request, out);
+    if (salvage->parsed()) return detail::Salvage(request, out);
     if (update->parsed()) return detail::Update(request, out, err);
     if (summarize->parsed()) return detail::Summarize(request, out, err);
     if (combine->parsed()) return detail::Combine(request, out);

@@ -464,6 +464,16 @@ TEST(Cli, RowsWhoseRecordsAreGoneArePointedOutAndDropped) {
                                              {"derive", project.path(), "2", "--update"}}) {
     ExpectOneLineError(RunNcds(command), 1, "Dataset 2 in the project file");
   }
+  // A salvage writes what reads into a new file: the damaged dataset stays behind.
+  const ncds::test::TempFile salvaged("cli_salvaged.ncds");
+  o = RunNcds({"salvage", project.path(), salvaged.path()});
+  ASSERT_EQ(o.code, 0) << o.err;
+  EXPECT_EQ(o.out, "Left out dataset 2 \"second\": damaged.\nSalvaged " + project.path() +
+                       " into " + salvaged.path() + ".\n");
+  EXPECT_EQ(RunNcds({"check", salvaged.path()}).code, 0);
+  EXPECT_EQ(RunNcds({"fingerprint", salvaged.path(), "1"}).out,
+            RunNcds({"fingerprint", project.path(), "1"}).out);
+  ExpectOneLineError(RunNcds({"salvage", project.path(), salvaged.path()}), 1, "exists already");
   o = RunNcds({"delete", project.path(), "second"});
   ASSERT_EQ(o.code, 0) << o.err;
   EXPECT_NE(o.out.find("Deleted dataset 2 \"second\""), std::string::npos) << o.out;
