@@ -132,7 +132,7 @@ std::map<std::string, std::vector<std::int64_t>> RecordStreams(const std::string
 }
 
 std::string BlockOf(const ObservationInfo& record) {
-  return "observations/" + std::to_string(record.GetUniqueID() / 65536);
+  return "observations/" + std::to_string(record.GetUniqueID() / 4096);
 }
 
 TEST(NCProjectFile, DataSetsSurviveReopeningAndLoadOnDemand) {
@@ -338,7 +338,7 @@ TEST(NCProjectFile, DamagedRecordsCostOnlyTheRowsThatNameThem) {
   {
     const auto project = NCProjectFile::Open(file.path(), true);
     project->SetSyncToDisk(false);
-    const auto big = AddDataSet(project, 1, 70000, 1);
+    const auto big = AddDataSet(project, 1, 7000, 1);
     first = BlockOf(*big->GetObservationInfo(1));
     while (BlockOf(*big->GetObservationInfo(static_cast<int>(inFirst) + 1)) == first) ++inFirst;
     ASSERT_TRUE(project->SaveDataSet(big));
@@ -365,7 +365,7 @@ TEST(NCProjectFile, DamagedRecordsCostOnlyTheRowsThatNameThem) {
     EXPECT_EQ(project->GetLostObservationRecords(), inFirst);
     EXPECT_THROW(project->LoadDataSet(2), NCError);
     const auto big = project->LoadDataSet(1);
-    ExpectValues(*big, 1, 70000, 1);
+    ExpectValues(*big, 1, 7000, 1);
     EXPECT_EQ(big->GetObservationInfo(static_cast<int>(inFirst)), nullptr);
     EXPECT_EQ(big->GetObservationInfo(static_cast<int>(inFirst) + 1)->GetPrimaryAlias(),
               "D1_" + std::to_string(inFirst));
@@ -379,7 +379,7 @@ TEST(NCProjectFile, DamagedRecordsCostOnlyTheRowsThatNameThem) {
   ExpectValues(*project->LoadDataSet(2), 2, 10, 2);
   EXPECT_EQ(project->LoadDataSet(2)->GetObservationInfo(10)->GetPrimaryAlias(), "D2_9");
   EXPECT_EQ(project->GetLostObservationRecords(), 0u);
-  EXPECT_EQ(project->GetObservations().size(), 70010u);
+  EXPECT_EQ(project->GetObservations().size(), 7010u);
   EXPECT_EQ(project->LoadDataSet(1)->GetObservationInfo(1)->GetPrimaryAlias(), "D1_0");
 }
 
@@ -500,12 +500,12 @@ TEST(NCProjectFile, SavesWriteTheRecordsOnlyWhenTheirBytesChanged) {
   TempFile file("project_unchanged_records.ncds");
   const auto project = NCProjectFile::Open(file.path(), true);
   project->SetSyncToDisk(false);
-  const auto dataSet = AddDataSet(project, 1, 100000, 2);
+  const auto dataSet = AddDataSet(project, 1, 10000, 2);
   ASSERT_TRUE(project->SaveDataSet(dataSet));
   const auto records = RecordStreams(file.path());
   const auto values = BlobRows(file.path(), "dataset/1");
   const std::string first = BlockOf(*dataSet->GetObservationInfo(1));
-  const std::string last = BlockOf(*dataSet->GetObservationInfo(100000));
+  const std::string last = BlockOf(*dataSet->GetObservationInfo(10000));
   ASSERT_NE(first, last);
   ASSERT_EQ(records.count(first) + records.count(last) + records.count("observations/list"), 3u);
 
@@ -532,11 +532,11 @@ TEST(NCProjectFile, SavesWriteTheRecordsOnlyWhenTheirBytesChanged) {
     other->GetObservations().Add(std::make_unique<ObservationInfo>("Extra", 999999));
     other->SaveMetadata();
   }
-  EXPECT_EQ(NCProjectFile::Open(file.path(), false)->GetObservations().size(), 100001u);
+  EXPECT_EQ(NCProjectFile::Open(file.path(), false)->GetObservations().size(), 10001u);
   ASSERT_TRUE(project->SaveDataSet(dataSet));
   {
     const auto reopened = NCProjectFile::Open(file.path(), false);
-    EXPECT_EQ(reopened->GetObservations().size(), 100000u);
+    EXPECT_EQ(reopened->GetObservations().size(), 10000u);
     EXPECT_EQ(reopened->LoadDataSet(1)->GetObservationInfo(2)->GetUserID(1), "Renamed");
   }
 
@@ -549,7 +549,7 @@ TEST(NCProjectFile, SavesWriteTheRecordsOnlyWhenTheirBytesChanged) {
   project->SaveMetadata();
   EXPECT_EQ(RecordStreams(file.path()).count(first), 0u);
   const auto reopened = NCProjectFile::Open(file.path(), false);
-  EXPECT_EQ(reopened->GetObservations().size(), 100000u - gone.size());
+  EXPECT_EQ(reopened->GetObservations().size(), 10000u - gone.size());
   EXPECT_EQ(reopened->LoadDataSet(1)->GetObservationInfo(1), nullptr);
 }
 

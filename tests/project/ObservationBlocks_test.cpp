@@ -34,7 +34,7 @@ void Fill(NCObservations& observations) {
     record->SetDefaultClass(k % 100 < 40 ? 1 : 2);
     observations.Add(std::move(record));
   }
-  observations.Add(std::make_unique<ObservationInfo>(std::vector<std::string>{}, base + 5000));
+  observations.Add(std::make_unique<ObservationInfo>(std::vector<std::string>{}, base + 4000));
   auto odd = std::make_unique<ObservationInfo>(
       std::vector<std::string>{"a rather long primary ID beyond the short-string size", "",
                                "Abkühlung"},
@@ -94,13 +94,13 @@ TEST(ObservationBlocks, DamagedBlocksAndListsAreRefusedWithoutAddingRecords) {
     }
   });
 
-  const ncds::detail::ObservationBlockList list = {{0, 5}, {3, 65536}, {9, 1}};
+  const ncds::detail::ObservationBlockList list = {{0, 5}, {3, 4096}, {9, 1}};
   const std::string bytes = ncds::detail::EncodeObservationBlockList(list);
   ncds::detail::ObservationBlockList read;
   ASSERT_TRUE(ncds::detail::DecodeObservationBlockList(bytes, read));
   EXPECT_EQ(read, list);
   for (const auto& wrong : std::vector<ncds::detail::ObservationBlockList>{
-           {{3, 5}, {3, 1}}, {{4, 5}, {3, 1}}, {{0, 0}}, {{0, 65537}}}) {
+           {{3, 5}, {3, 1}}, {{4, 5}, {3, 1}}, {{0, 0}}, {{0, 4097}}}) {
     EXPECT_FALSE(ncds::detail::DecodeObservationBlockList(
         ncds::detail::EncodeObservationBlockList(wrong), read));
   }

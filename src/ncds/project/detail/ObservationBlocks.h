@@ -11,7 +11,8 @@
 // Block k holds the records whose unique IDs lie in [k * kObservationBlockSpan,
 // (k + 1) * kObservationBlockSpan), so that a block keeps its bytes while records come and go
 // in other blocks (a save then leaves it alone), and each block is read, checked and lost on
-// its own.
+// its own. A span of 4,096 keeps a block of typical records within one chunk of the file, so
+// that a damaged chunk costs a few thousand records at most.
 //
 // Layout (all numbers varints): a format byte (1), the record count n, the first unique ID
 // and n - 1 increments; the ID counts as runs; for each series j, over the records holding
@@ -31,7 +32,7 @@ class ObservationInfo;
 
 namespace ncds::detail {
 
-inline constexpr unsigned long kObservationBlockSpan = 1UL << 16;
+inline constexpr unsigned long kObservationBlockSpan = 1UL << 12;
 
 // Whether every record of `observations` is a plain observation record, which blocks hold.
 bool FitsObservationBlocks(const NCObservations& observations);
