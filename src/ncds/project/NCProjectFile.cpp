@@ -380,12 +380,23 @@ void NCProjectFile::ReadProject() {
   using ncds::detail::ReadObject;
   BatchImportSettings settings;
   ncds::detail::LightObjectStream<RUSPData> rusp(GetRUSPData());
-  if (!ReadObject(db, ncds::detail::kVariablesStream, GetVariables()) ||
-      !ReadObject(db, ncds::detail::kObservationsStream, GetObservations()) ||
-      !ncds::detail::ReadObservationBlocks(db, GetObservations(), mLostRecords) ||
-      !ReadObject(db, ncds::detail::kSettingsStream, settings) ||
+  // What every dataset needs: damage here refuses the project, naming the part.
+  if (!ReadObject(db, ncds::detail::kVariablesStream, GetVariables())) {
+    throw NCError(ExceptionMessage::translate(
+                      "The project file {1} is damaged: its variables cannot be read.") %
+                  db.Path());
+  }
+  if (!ReadObject(db, ncds::detail::kObservationsStream, GetObservations()) ||
+      !ncds::detail::ReadObservationBlocks(db, GetObservations(), mLostRecords)) {
+    throw NCError(ExceptionMessage::translate(
+                      "The project file {1} is damaged: its observation series cannot be read.") %
+                  db.Path());
+  }
+  if (!ReadObject(db, ncds::detail::kSettingsStream, settings) ||
       !ncds::detail::ReadOptionalObject(db, ncds::detail::kRUSPStream, rusp)) {
-    ncds::detail::ThrowDamaged(db.Path());
+    throw NCError(ExceptionMessage::translate(
+                      "The project file {1} is damaged: its batch settings cannot be read.") %
+                  db.Path());
   }
   SetBatchImportSettings(settings);
 
@@ -412,7 +423,9 @@ void NCProjectFile::ReadProject() {
   ncds::detail::AuxiliaryDataStream auxiliary;
   if (!ncds::detail::ReadOptionalObject(db, ncds::detail::kCompoundsStream, compounds) ||
       !ncds::detail::ReadOptionalObject(db, ncds::detail::kAuxiliaryStream, auxiliary)) {
-    ncds::detail::ThrowDamaged(db.Path());
+    throw NCError(ExceptionMessage::translate("The project file {1} is damaged: its compound "
+                                              "datasets or auxiliary data cannot be read.") %
+                  db.Path());
   }
   for (const auto& entry : compounds.GetCompounds()) {
     if (IsDataSetNumber(entry.first)) ncds::detail::ThrowDamaged(db.Path());

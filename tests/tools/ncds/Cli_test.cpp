@@ -5,6 +5,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -478,6 +479,65 @@ TEST(Cli, RowsWhoseRecordsAreGoneArePointedOutAndDropped) {
   ASSERT_EQ(o.code, 0) << o.err;
   EXPECT_NE(o.out.find("Deleted dataset 2 \"second\""), std::string::npos) << o.out;
   EXPECT_EQ(RunNcds({"list", project.path()}).out.find("second"), std::string::npos);
+}
+
+// Every chunk of a project holding every kind of dataset, damaged in turn: `check` names the
+// damage, and only what the chunk holds is lost.
+TEST(Cli, EachDamagedChunkCostsOnlyWhatItHolds) {
+  const ncds::test::TempFile data("cli_chunks.csv");
+  const ncds::test::TempFile centers("cli_chunks_centers.csv");
+  const ncds::test::TempFile project("cli_chunks.ncds");
+  const ncds::test::TempFile copy("cli_chunks_copy.ncds");
+  ImportRuns(data.path(), project.path());
+  WriteText(centers.path(), "batch,phase,variable,center\nB1,Growth,Temp,31\nB2,Feed,Temp,34\n");
+  for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+           {"derive", project.path(), "runs", "--name", "Hot", "--formula", "Temp > 32"},
+           {"center", project.path(), "runs", "--centers", centers.path()},
+           {"align", project.path(), "runs", "--maturity", "Time", "--points", "3", "--relative"},
+           {"summarize", project.path(), "runs", "--name", "levels"},
+           {"combine", project.path(), "1", "3", "--name", "both"}}) {
+    ASSERT_EQ(RunNcds(command).code, 0) << command[0];
+  }
+  std::map<std::string, std::string> prints;
+  for (const char* number : {"1", "2", "3"}) {
+    prints[number] = RunNcds({"fingerprint", project.path(), number}).out;
+  }
+  const std::string intact = ReadText(project.path());
+  std::vector<std::pair<std::string, int>> chunks;
+  {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(project.path().c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
+              SQLITE_OK);
+    sqlite3_stmt* query = nullptr;
+    sqlite3_prepare_v2(db, "SELECT stream, seq FROM ncds_chunk ORDER BY stream, seq", -1, &query,
+                       nullptr);
+    while (sqlite3_step(query) == SQLITE_ROW) {
+      chunks.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(query, 0)),
+                          sqlite3_column_int(query, 1));
+    }
+    sqlite3_finalize(query);
+    sqlite3_close(db);
+  }
+  ASSERT_GE(chunks.size(), 12u);
+  for (const auto& [stream, seq] : chunks) {
+    WriteText(copy.path(), intact);
+    ASSERT_TRUE(ncds::test::DamageChunk(copy.path(), stream, seq));
+    const Outcome checked = RunNcds({"check", copy.path()});
+    EXPECT_EQ(checked.code, 1) << stream;
+    EXPECT_FALSE(checked.out.empty()) << stream;
+    const bool ofDataSets = stream.rfind("info/", 0) == 0 || stream.rfind("dataset/", 0) == 0 ||
+                            stream.rfind("observations/", 0) == 0;
+    for (const auto& [number, print] : prints) {
+      const Outcome read = RunNcds({"fingerprint", copy.path(), number});
+      if (!ofDataSets) {
+        ExpectOneLineError(read, 1, "is damaged: its");
+      } else if (stream == "info/" + number || stream == "dataset/" + number) {
+        ExpectOneLineError(read, 1, "Dataset " + number + " in the project file");
+      } else {
+        EXPECT_EQ(read.out, print) << stream << " " << number;
+      }
+    }
+  }
 }
 
 TEST(Cli, BatchFilesThatCannotBeImported) {
