@@ -565,18 +565,13 @@ int Salvage(const Request& request, std::ostream& out) {
   std::vector<std::string> lines;
   try {
     const boost::shared_ptr<NCProjectFile> copy = NCProjectFile::Open(request.output, false);
-    const std::set<int> damaged = copy->GetDamagedDataSets();
-    for (const int number : damaged) {
-      lines.push_back((ExceptionMessage::translate("Left out dataset {1} \"{2}\": damaged.") %
-                       number % copy->GetListedName(number))
-                          .str());
-      copy->RemoveDataSet(number);
-    }
-    for (const int number : copy->GetDataSetNumbers()) {
+    std::set<int> numbers = copy->GetDamagedDataSets();
+    for (const int number : copy->GetDataSetNumbers()) numbers.insert(number);
+    for (const int number : numbers) {
       const std::string name = copy->GetListedName(number);
       boost::shared_ptr<NCDataSet> dataSet;
       try {
-        dataSet = copy->LoadDataSet(number);
+        if (copy->GetDamagedDataSets().count(number) == 0) dataSet = copy->LoadDataSet(number);
       } catch (const NCError&) {
       }
       if (!dataSet) {
@@ -592,7 +587,7 @@ int Salvage(const Request& request, std::ostream& out) {
              number % name % lost)
                 .str());
       }
-      copy->UnloadDataSet(number);
+      if (dataSet) copy->UnloadDataSet(number);
     }
     copy->SaveMetadata();
   } catch (...) {
@@ -726,14 +721,16 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
                    NCMessages::Translate("give a column whose name a variable of another kind "
                                          "has a new variable (name_1) instead of refusing"));
 
-  CLI::App* list =
-      app.add_subcommand("list", NCMessages::Translate("List the datasets of a project."));
-  list->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
-      ->required();
-
-  const auto addDataSet = [&request](CLI::App* command) {
+  const auto addProject = [&request](CLI::App* command) {
     command->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
         ->required();
+  };
+  CLI::App* list =
+      app.add_subcommand("list", NCMessages::Translate("List the datasets of a project."));
+  addProject(list);
+
+  const auto addDataSet = [&request, &addProject](CLI::App* command) {
+    addProject(command);
     command
         ->add_option("DATASET", request.dataSet,
                      NCMessages::Translate("the dataset's number or name"))
@@ -866,21 +863,18 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   CLI::App* check = app.add_subcommand(
       "check", NCMessages::Translate("Read everything in a project file and say what is damaged "
                                      "(exit status 1 when anything is)."));
-  check->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
-      ->required();
+  addProject(check);
 
   CLI::App* salvage = app.add_subcommand(
       "salvage", NCMessages::Translate("Write what can be read of a damaged project file into a "
                                        "new one."));
-  salvage->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
-      ->required();
+  addProject(salvage);
   salvage->add_option("NEW", request.output, NCMessages::Translate("the new project file"))
       ->required();
 
   CLI::App* compact = app.add_subcommand(
       "compact", NCMessages::Translate("Give the free room of a project file back to the disk."));
-  compact->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
-      ->required();
+  addProject(compact);
 
   CLI::App* fingerprint = app.add_subcommand(
       "fingerprint", NCMessages::Translate("Print the MD5 fingerprint of a dataset's values."));
@@ -916,8 +910,7 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   CLI::App* merge = app.add_subcommand(
       "merge", NCMessages::Translate("Merge a dataset into another: its new variables become "
                                      "columns, its new observations rows."));
-  merge->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
-      ->required();
+  addProject(merge);
   merge
       ->add_option("INTO", request.dataSet,
                    NCMessages::Translate("the dataset that receives (number or name)"))
@@ -933,8 +926,7 @@ int RunCli(int argc, const char* const* argv, std::ostream& out, std::ostream& e
   CLI::App* combine = app.add_subcommand(
       "combine", NCMessages::Translate("Add a compound dataset: several datasets seen as one, "
                                        "their observations one after the other."));
-  combine->add_option("PROJECT", request.project, NCMessages::Translate("the project file"))
-      ->required();
+  addProject(combine);
   combine
       ->add_option("DATASET", request.members,
                    NCMessages::Translate("the member datasets (numbers or names), in order"))

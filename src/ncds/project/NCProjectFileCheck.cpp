@@ -145,11 +145,8 @@ std::vector<std::string> NCProjectFile::Check(const std::string& path) {
     const boost::shared_ptr<NCProjectFile> project = Open(path, false);
     for (const int number : project->GetDamagedDataSets()) {
       if (reported.insert(number).second) {
-        found.push_back((ExceptionMessage::translate(
-                             "The description of dataset {1} \"{2}\" is damaged: the dataset "
-                             "cannot be read; `ncds delete` removes it.") %
-                         number % names[number])
-                            .str());
+        found.push_back(
+            ncds::detail::DescribeDamagedStream("info/" + std::to_string(number), names, {}));
       }
     }
     for (const int number : project->GetDataSetNumbers()) {
