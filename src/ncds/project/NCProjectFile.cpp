@@ -43,15 +43,8 @@ const char* const kRUSPStream = "rusp";
 const char* const kCompoundsStream = "compounds";
 const char* const kAuxiliaryStream = "auxiliary";
 
-// The observation records in blocks, and the list of those blocks; every stream named with
-// this prefix belongs to them.
-const char* const kObservationBlockPrefix = "observations/";
-const char* const kObservationListStream = "observations/list";
-
 std::string DataSetStream(int number) { return "dataset/" + std::to_string(number); }
-std::string ObservationBlockStream(unsigned long key) {
-  return kObservationBlockPrefix + std::to_string(key);
-}
+
 std::string InfoStream(int number) { return "info/" + std::to_string(number); }
 
 std::int64_t QueryInt(SqliteDatabase& db, const char* sql) {
@@ -203,14 +196,6 @@ EncodedObservations EncodeObservations(const NCObservations& observations, std::
   encoded.blocks.emplace_back(kObservationListStream,
                               Encode(EncodeObservationBlockList(list), blockSize, path));
   return encoded;
-}
-
-// The whole of stream `name` in `bytes`; false when it is missing, damaged or short.
-bool ReadStreamBytes(SqliteDatabase& db, const std::string& name, std::string& bytes) {
-  ChunkReader chunks(db, name);
-  const auto size = static_cast<std::streamsize>(chunks.Size());
-  bytes.resize(static_cast<std::size_t>(size));
-  return size > 0 && chunks.sgetn(bytes.data(), size) == size && !chunks.IsDamaged();
 }
 
 // The blocks of observation records the file holds: from their list, or, when the list is

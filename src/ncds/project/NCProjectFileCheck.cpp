@@ -42,12 +42,10 @@ long NumberAfter(const std::string& name, const std::string& prefix) {
 // The record count of each block of observation records, as their list gives it.
 std::map<unsigned long, std::size_t> BlockCounts(SqliteDatabase& db) {
   std::map<unsigned long, std::size_t> counts;
-  ChunkReader chunks(db, "observations/list");
-  std::string bytes(static_cast<std::size_t>(chunks.Size()), '\0');
+  std::string bytes;
   ObservationBlockList list;
-  if (chunks.sgetn(bytes.data(), static_cast<std::streamsize>(bytes.size())) ==
-          static_cast<std::streamsize>(bytes.size()) &&
-      !chunks.IsDamaged() && DecodeObservationBlockList(bytes, list)) {
+  if (ReadStreamBytes(db, kObservationListStream, bytes) &&
+      DecodeObservationBlockList(bytes, list)) {
     counts.insert(list.begin(), list.end());
   }
   return counts;
@@ -72,13 +70,13 @@ std::string DescribeDamagedStream(const std::string& name, const std::map<int, s
             number % dataSetName(number))
         .str();
   }
-  if (name == "observations/list") {
+  if (name == kObservationListStream) {
     return ExceptionMessage::translate(
                "The list of the blocks of observation records is damaged: the blocks are found "
                "by their names, nothing is lost.")
         .str();
   }
-  if (const long key = NumberAfter(name, "observations/"); key >= 0) {
+  if (const long key = NumberAfter(name, kObservationBlockPrefix); key >= 0) {
     const auto count = blocks.find(static_cast<unsigned long>(key));
     if (count == blocks.end()) {
       return ExceptionMessage::translate(
@@ -133,7 +131,8 @@ std::vector<std::string> NCProjectFile::Check(const std::string& path) {
       const long values = ncds::detail::NumberAfter(name, "dataset/");
       if (info >= 0 || values >= 0) {
         reported.insert(static_cast<int>(info >= 0 ? info : values));
-      } else if (name.compare(0, 13, "observations/") != 0) {
+      } else if (ncds::detail::NumberAfter(name, ncds::detail::kObservationBlockPrefix) < 0 &&
+                 name != ncds::detail::kObservationListStream) {
         opens = false;
       }
     }

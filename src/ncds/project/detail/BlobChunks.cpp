@@ -91,6 +91,13 @@ bool HasChunks(SqliteDatabase& db, const std::string& name) {
   return any.Bind(1, name).Step();
 }
 
+bool ReadStreamBytes(SqliteDatabase& db, const std::string& name, std::string& bytes) {
+  ChunkReader chunks(db, name);
+  const auto size = static_cast<std::streamsize>(chunks.Size());
+  bytes.resize(static_cast<std::size_t>(size));
+  return size > 0 && chunks.sgetn(bytes.data(), size) == size && !chunks.IsDamaged();
+}
+
 // ---- ChunkWriter ----
 
 ChunkWriter::ChunkWriter(SqliteDatabase& db, std::string name, std::size_t chunkSize,

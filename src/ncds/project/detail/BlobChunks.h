@@ -54,6 +54,8 @@ void DetachChunks(SqliteDatabase& db, const std::string& name, std::vector<std::
 void DeleteBlobs(SqliteDatabase& db, const std::vector<std::int64_t>& blobs);
 // Whether stream `name` has chunks.
 bool HasChunks(SqliteDatabase& db, const std::string& name);
+// The whole of stream `name` in `bytes`; false when it is missing, damaged or short.
+bool ReadStreamBytes(SqliteDatabase& db, const std::string& name, std::string& bytes);
 
 class ChunkWriter final : public PutBuffer {
  public:

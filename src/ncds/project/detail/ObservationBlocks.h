@@ -34,6 +34,14 @@ namespace ncds::detail {
 
 inline constexpr unsigned long kObservationBlockSpan = 1UL << 12;
 
+// The streams of a project file that hold the blocks ("observations/<key>") and their list;
+// every stream named with the prefix belongs to them.
+inline constexpr const char* kObservationBlockPrefix = "observations/";
+inline constexpr const char* kObservationListStream = "observations/list";
+inline std::string ObservationBlockStream(unsigned long key) {
+  return kObservationBlockPrefix + std::to_string(key);
+}
+
 // Whether every record of `observations` is a plain observation record, which blocks hold.
 bool FitsObservationBlocks(const NCObservations& observations);
 
